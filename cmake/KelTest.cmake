@@ -1,0 +1,21 @@
+set(BUILD_GMOCK OFF CACHE INTERNAL "")
+set(INSTALL_GTEST OFF CACHE INTERNAL "")
+add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
+if(KEL_SANITIZE)
+  target_compile_options(gtest PRIVATE -fsanitize=${KEL_SANITIZE})
+  target_compile_options(gtest_main PRIVATE -fsanitize=${KEL_SANITIZE})
+endif()
+include(GoogleTest)
+
+# kel_add_test(NAME SOURCES... [LIBRARIES ...] [LABELS ...]): one GoogleTest program, every case known to ctest.
+function(kel_add_test name)
+  cmake_parse_arguments(arg "" "TIMEOUT" "SOURCES;LIBRARIES;LABELS" ${ARGN})
+  if(NOT arg_TIMEOUT)
+    set(arg_TIMEOUT 300)
+  endif()
+  add_executable(${name} ${arg_SOURCES})
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/tests)
+  target_link_libraries(${name} PRIVATE kel_options kel kel_test_support gtest ${arg_LIBRARIES})
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST
+    PROPERTIES LABELS "${arg_LABELS}" TIMEOUT ${arg_TIMEOUT})
+endfunction()

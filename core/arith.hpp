@@ -1,0 +1,29 @@
+// Integer helpers with the overflow spelled out.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+
+namespace kel {
+
+// product = a × b; false when it does not fit.
+template <typename T>
+[[nodiscard]] bool multiply(T a, T b, T& product) {
+    return !__builtin_mul_overflow(a, b, &product);
+}
+
+// The next multiple of a power of two at or above value.
+template <typename T>
+constexpr T round_up(T value, T multiple) {
+    return static_cast<T>((value + multiple - 1) & ~(multiple - 1));
+}
+
+template <typename Narrow, typename Wide>
+constexpr Narrow saturate(Wide value) {
+    constexpr Wide low = std::numeric_limits<Narrow>::min();
+    constexpr Wide high = std::numeric_limits<Narrow>::max();
+    return static_cast<Narrow>(value < low ? low : value > high ? high : value);
+}
+
+}  // namespace kel

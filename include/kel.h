@@ -1,0 +1,447 @@
+/*
+ * libkel: the core of a media processing service.
+ *
+ * Conventions, stated once:
+ *  - Null handles are accepted wherever nothing else is said and give the neutral result.
+ *  - kel_create_* and kel_acquire_* give the caller something to destroy or release. kel_destroy_* of contexts,
+ *    pools, converters, mixers, textures and chains takes the address of the caller's handle and sets it to null.
+ *  - A function whose name ends in _unlocked expects the caller to hold the object's lock and gives it back.
+ *  - Results: int results are 0 or an errno value (22 EINVAL, 12 ENOMEM, ...) unless stated otherwise; creation
+ *    gives a handle or null; queue operations give 1 or 0.
+ *  - Time-outs are signed milliseconds; -1 waits without limit; other negative values have no meaning.
+ *  - Presentation times (pts) are microseconds. Audio counts called "samples" are frames: one value per channel.
+ *  - Failures are logged through AoLog: level 2 errors, 3 non-fatal problems, 5 and 6 information, 7 tracing.
+ *  - "Thread-safety: any thread" means concurrent calls are fine; "one thread at a time" means the client
+ *    serialises the calls on one object; different objects are always independent.
+ */
+#ifndef KEL_H
+#define KEL_H
+
+#include <pthread.h>
+#include <stddef.h>
+#include <stdint.h>
+#include <time.h>
+
+#include <screen/screen.h>
+#include <sys/cache.h>
+
+#if defined(__GNUC__)
+#define KEL_API __attribute__((visibility("default")))
+#else
+#define KEL_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Library and context
+ */
+
+typedef struct kel_gles_state kel_gles_state; /* opaque; see "GLES environment and textures" */
+typedef struct kel_text kel_text;             /* opaque; see "Fonts and text" */
+
+/* One connection to the compositor and what hangs on it. Fields are for reading; the library writes them. */
+typedef struct kel_context {
+    screen_context_t screen_context; /* made and destroyed with the context */
+    kel_gles_state* gles;            /* null until kel_gles_init */
+    kel_text* text;                  /* null until kel_text_init */
+    int32_t max_image_width;         /* pixels, 2048; a loaded image is at most half of it wide */
+    int32_t max_image_height;        /* pixels, 2048; a loaded image is at most half of it high */
+} kel_context;
+
+/* The cache record that the first kel_init prepares and cache maintenance uses. Nobody else writes it. */
+extern KEL_API struct cache_ctrl kel_cache_ctrl;
+
+/*
+ * Counted initialisation of the process: the first call readies kel_cache_ctrl and obtains I/O privileges.
+ * Returns 0, or -1 (nothing is logged, the count is unchanged and the next call tries again).
+ * Thread-safety: not concurrent with kel_fini, with itself or with cache maintenance.
+ */
+KEL_API int kel_init(void);
+
+/*
+ * Takes one kel_init back; the last one releases kel_cache_ctrl. Ignored when the count is 0.
+ * Thread-safety: as kel_init.
+ */
+KEL_API void kel_fini(void);
+
+/*
+ * A new context, or null (logged at level 2): out of memory, or Screen refuses a connection (errno as Screen
+ * left it). The caller destroys it with kel_destroy_context after everything made against it.
+ * Thread-safety: any thread.
+ */
+KEL_API kel_context* kel_create_context(void);
+
+/*
+ * Ends the context's text state, then its GLES state, then its Screen connection, and sets *context to null.
+ * Nothing when *context is null. Thread-safety: while no thread uses the context or anything made against it.
+ */
+KEL_API void kel_destroy_context(kel_context** context);
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Audio formats and timing
+ */
+
+/* Sample type codes: a bit field of sign, fraction bits / 8, byte order and bytes per value. */
+#define KEL_AUDIO_TYPE_SIGNED 0x80000000u     /* set: two's complement; clear: offset by half the range */
+#define KEL_AUDIO_TYPE_BIG_ENDIAN 0x00004000u /* set: big-endian; clear: little-endian */
+#define KEL_AUDIO_TYPE_BYTES_MASK 0x00000070u /* bytes per value, shifted left by 4 */
+
+#define KEL_AUDIO_TYPE_U8 0x00008010u        /* "U8", silence 0x80 */
+#define KEL_AUDIO_TYPE_S8 0x80008010u        /* "S8" */
+#define KEL_AUDIO_TYPE_U16LE 0x00008020u     /* "U16LE", silence 0x8000 */
+#define KEL_AUDIO_TYPE_S16LE 0x80008020u     /* "S16LE" */
+#define KEL_AUDIO_TYPE_U16BE 0x0000C020u     /* "U16BE" */
+#define KEL_AUDIO_TYPE_S16BE 0x8000C020u     /* "S16BE" */
+#define KEL_AUDIO_TYPE_S24_8LE 0x80018040u   /* "S24.8LE": 32 bits, a 16-bit value v is held as v * 256 */
+#define KEL_AUDIO_TYPE_S24_8BE 0x8001C040u   /* "S24.8BE": can be named, not converted */
+#define KEL_AUDIO_TYPE_S16_16LE 0x80028040u  /* parameter streams of audio filters: 1.0 is 65536 */
+
+/* A PCM format; a plain value, compared byte by byte. Channels are interleaved. */
+typedef struct kel_audio_format {
+    int32_t rate;     /* frames per second */
+    int32_t channels; /* values per frame */
+    uint32_t type;    /* KEL_AUDIO_TYPE_* */
+} kel_audio_format;
+
+/* Bytes of one frame: channels times bytes per value. Thread-safety: any thread. */
+KEL_API int32_t kel_get_audio_sample_size(const kel_audio_format* format);
+
+/* Container bits of one channel value: 8, 16 or 32 (S24.8 gives 32). Thread-safety: any thread. */
+KEL_API int32_t kel_get_audio_format_bits(const kel_audio_format* format);
+
+/*
+ * Name of the sample type ("S16LE"), a static string; "unknown" for every code without a name.
+ * Thread-safety: any thread.
+ */
+KEL_API const char* kel_get_audio_format_type_name(const kel_audio_format* format);
+
+/*
+ * nsamples frames at `rate` (Hz, not 0) in microseconds, truncated toward zero; the product wraps at 64 bits.
+ * Keep a running count of frames and derive the pts from it: a round trip may lose a frame.
+ * Thread-safety: any thread.
+ */
+KEL_API int64_t kel_get_audio_pts_from_nsamples(int32_t rate, int64_t nsamples);
+
+/* pts microseconds at `rate` (Hz) in frames, truncated toward zero. Thread-safety: any thread. */
+KEL_API int64_t kel_get_audio_nsamples_from_pts(int32_t rate, int64_t pts);
+
+/* 0 when all fields are equal, else 1. Thread-safety: any thread. */
+KEL_API int32_t kel_audio_formats_differ(const kel_audio_format* a, const kel_audio_format* b);
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Buffer pools and buffers
+ */
+
+/* kel_buffer_format.type */
+#define KEL_BUFFER_VIDEO 1u
+#define KEL_BUFFER_AUDIO 2u
+
+/* kel_buffer_pool.flags */
+#define KEL_POOL_WINDOW 1u                 /* the buffers are the render buffers of one Screen window */
+#define KEL_POOL_MARKED_FOR_DESTRUCTION 2u /* acquisitions are refused; the last release destroys the pool */
+
+/* kel_buffer.flags */
+#define KEL_BUFFER_PHYS_CONTIGUOUS 1u /* Screen reports the memory physically contiguous */
+
+/* The format of a video pool. */
+typedef struct kel_video_format {
+    int32_t format; /* SCREEN_FORMAT_* */
+    int32_t usage;  /* SCREEN_USAGE_* bits */
+    int32_t width;  /* pixels */
+    int32_t height; /* pixels */
+} kel_video_format;
+
+/* A pool's format: `type` says which member of the union applies. */
+typedef struct kel_buffer_format {
+    uint32_t type; /* KEL_BUFFER_VIDEO or KEL_BUFFER_AUDIO */
+    union {
+        kel_video_format video;
+        struct {
+            kel_audio_format audio;
+            uint32_t nsamples; /* frames that one buffer holds */
+        };
+    };
+} kel_buffer_format;
+
+typedef struct kel_buffer_pool kel_buffer_pool;
+
+/* One buffer, inside its pool's array; it never moves to another pool. */
+typedef struct kel_buffer {
+    kel_buffer_pool* pool;         /* the owning pool */
+    void* ptr;                     /* the data, as the processor sees it */
+    uint32_t size;                 /* bytes of data */
+    uint32_t flags;                /* KEL_BUFFER_* flags; video only */
+    int32_t refcount;              /* 0 free, 1 or more acquired; guarded by the pool's mutex */
+    screen_pixmap_t pixmap;        /* pixmap pools only, otherwise null */
+    screen_buffer_t screen_buffer; /* video only */
+    int32_t stride;                /* bytes from one row to the next; video only */
+    uint64_t paddr;                /* physical address, never 0; video only (audio: 0) */
+} kel_buffer;
+
+/* A fixed set of equally sized buffers. Clients read the fields; only the library writes them. */
+struct kel_buffer_pool {
+    int32_t count;             /* buffers, fixed at creation */
+    int32_t in_use;            /* buffers whose refcount is not 0 */
+    kel_buffer* buffers;       /* `count` records in index order */
+    uint32_t flags;            /* KEL_POOL_* */
+    int32_t waiters;           /* threads blocked in kel_acquire_buffer_wait */
+    kel_context* context;      /* the context that it was made against; not owned */
+    pthread_mutex_t mutex;     /* guards in_use, flags, waiters and every refcount */
+    pthread_cond_t cond;       /* signalled once for each buffer that returns while somebody waits */
+    kel_buffer_format format;  /* fixed at creation */
+    screen_window_t window;    /* the window of a window pool, otherwise null */
+    uint64_t* free_words;      /* private: one bit per free buffer, lowest index first */
+};
+
+/*
+ * A pool of `count` audio buffers of `nsamples` frames each: zero-filled memory, slots a multiple of 16 bytes
+ * apart. `format` is copied; the context is kept, not owned. Null (logged at level 2) when memory, mutex or
+ * condition variable cannot be had, or count or size is not positive or overflows. The caller destroys it with
+ * kel_destroy_buffer_pool or kel_destroy_buffer_pool_when_unused. Thread-safety: any thread.
+ */
+KEL_API kel_buffer_pool* kel_create_audio_buffer_pool(kel_context* context, const kel_audio_format* format,
+                                                      uint32_t nsamples, int32_t count);
+
+/*
+ * A pool of `count` Screen pixmaps of the given format, each with its one buffer. Null when anything fails
+ * (logged at level 2); then no pixmap is left behind. Thread-safety: any thread.
+ */
+KEL_API kel_buffer_pool* kel_create_pixmap_buffer_pool(kel_context* context, const kel_video_format* format,
+                                                       int32_t count);
+
+/*
+ * A pool of the `count` render buffers of one new Screen window of the given type (SCREEN_*_WINDOW). With usage
+ * bit 0x100 the buffer width is rounded up to a multiple of 32. Null when anything fails (logged at level 2);
+ * then no window is left behind. Thread-safety: any thread.
+ */
+KEL_API kel_buffer_pool* kel_create_window_buffer_pool(kel_context* context, const kel_video_format* format,
+                                                       int32_t type, int32_t count);
+
+/*
+ * One acquired pixmap buffer (refcount 1) in a pool of its own, which the last release destroys. Null when
+ * anything fails (logged at level 2). Thread-safety: any thread.
+ */
+KEL_API kel_buffer* kel_create_pixmap_buffer(kel_context* context, const kel_video_format* format);
+
+/*
+ * The free buffer with the lowest index, with refcount 1, or null: null pool, none free, or a pool marked for
+ * destruction (logged at level 2). Never blocks for a buffer. The caller gives it back with kel_release_buffer.
+ * Thread-safety: any thread.
+ */
+KEL_API kel_buffer* kel_acquire_buffer(kel_buffer_pool* pool);
+
+/*
+ * As kel_acquire_buffer, but waits up to timeout_ms (-1: without limit) for a buffer. A time-out is silent; any
+ * other wait error is logged at level 2. The pool must not be destroyed or marked while somebody waits.
+ * Thread-safety: any thread.
+ */
+KEL_API kel_buffer* kel_acquire_buffer_wait(kel_buffer_pool* pool, int32_t timeout_ms);
+
+/*
+ * Adds a holder to an acquired buffer. Returns 0 (also for null), or 22 for a free buffer (logged at level 2).
+ * Thread-safety: any thread.
+ */
+KEL_API int kel_ref_buffer(kel_buffer* buffer);
+
+/*
+ * Takes one holder away; the last one returns the buffer to its pool, wakes one waiter and destroys a pool that
+ * is marked and now unused. Returns 0, or 22 for null or a free buffer (logged at level 2).
+ * Thread-safety: any thread.
+ */
+KEL_API int kel_release_buffer(kel_buffer* buffer);
+
+/* kel_release_buffer for a caller that holds the pool's mutex; the mutex is unlocked on return. */
+KEL_API int kel_release_buffer_unlocked(kel_buffer* buffer);
+
+/*
+ * Destroys the pool at once, with its Screen objects; buffers still acquired become invalid. Sets *pool to null.
+ * Thread-safety: while no other thread uses the pool.
+ */
+KEL_API void kel_destroy_buffer_pool(kel_buffer_pool** pool);
+
+/*
+ * Refuses further acquisitions and destroys the pool when no buffer is out: now, or at the last release (which
+ * logs at level 6). Thread-safety: any thread; nobody may be waiting for a buffer.
+ */
+KEL_API void kel_destroy_buffer_pool_when_unused(kel_buffer_pool* pool);
+
+/* The format record of the buffer's pool, valid while the pool lives. Thread-safety: any thread. */
+KEL_API const kel_buffer_format* kel_get_buffer_format(const kel_buffer* buffer);
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Slices
+ */
+
+/*
+ * A view of one buffer: a plain value, copied freely, that holds no reference. Which member of `spec` applies
+ * follows from the buffer's pool.
+ */
+typedef struct kel_slice {
+    kel_buffer* buffer; /* null for an empty slice */
+    uint64_t pts;       /* microseconds */
+    union {
+        struct {
+            uint32_t nsamples;   /* frames in the slice */
+            void* samples_start; /* first frame, inside the buffer's data */
+        } audio;
+        struct {
+            int32_t x, y;          /* top left corner in pixels */
+            int32_t width, height; /* pixels */
+            int32_t frame_width;   /* equal to width */
+            int32_t frame_height;  /* equal to height */
+        } video;
+    } spec;
+} kel_slice;
+
+/*
+ * Makes *slice view the whole buffer with pts 0; a null buffer gives an all-zero slice.
+ * Thread-safety: any thread, while the buffer is held.
+ */
+KEL_API void kel_init_buffer_slice(kel_slice* slice, kel_buffer* buffer);
+
+/* The same slice by value. */
+KEL_API kel_slice kel_slice_for_buffer(kel_buffer* buffer);
+
+/* The same slice on the heap, freed by the caller with free(); null when out of memory. */
+KEL_API kel_slice* kel_create_slice_for_buffer(kel_buffer* buffer);
+
+/*
+ * The pool's video format with the slice's width and height; all zeros for a slice without a buffer. For video
+ * slices only: the pool's type is not looked at. Thread-safety: any thread, while the buffer is held.
+ */
+KEL_API kel_video_format kel_get_video_slice_format(const kel_slice* slice);
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Cache maintenance
+ */
+
+/*
+ * Before the processor reads what a device wrote, or before a device reads what the processor wrote: acts on the
+ * whole buffer. Returns 0, or 22 (nothing was done) for a buffer that is not video or has no physical address.
+ * Thread-safety: any thread between the first kel_init and the last kel_fini, while the buffer is held.
+ */
+KEL_API int kel_invalidate_cache(const kel_buffer* buffer);
+KEL_API int kel_flush_cache(const kel_buffer* buffer);
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Blocking queue
+ */
+
+/*
+ * A first-in, first-out queue of pointers. It owns nothing that the pointers name; what happens to items that
+ * are thrown away is the node destructor's matter. Any number of producers and consumers.
+ */
+typedef struct kel_queue kel_queue;
+
+/* Receives the data of each item that is thrown away, under the queue's lock: it must not use that queue. */
+typedef void (*kel_queue_node_destructor)(void* data);
+
+/*
+ * An empty open queue that holds at most `limit` items (0: no limit), or null: out of memory (silent), or a lock
+ * cannot be made (logged at level 2). Thread-safety: any thread.
+ */
+KEL_API kel_queue* kel_queue_create_with_limit(uint32_t limit);
+KEL_API kel_queue* kel_queue_create(void); /* no limit */
+
+/* Throws the items away and frees the queue. Thread-safety: while no other thread uses the queue. */
+KEL_API void kel_queue_destroy(kel_queue* queue);
+
+/*
+ * Puts data (null is as good as any) at the end; waits while the queue is full, each single wait for at most
+ * timeout_ms. Returns 1, or 0: closed, time-out, wait error or out of memory (silent; the caller keeps data).
+ * Thread-safety: any thread.
+ */
+KEL_API int kel_queue_enqueue_with_timeout(kel_queue* queue, void* data, int32_t timeout_ms);
+KEL_API int kel_queue_enqueue(kel_queue* queue, void* data); /* waits without limit */
+
+/*
+ * Takes the oldest item into *data_out; waits while the queue is empty and open, each single wait for at most
+ * timeout_ms. Returns 1, or 0 with *data_out untouched: empty and closed, time-out or wait error.
+ * Thread-safety: any thread.
+ */
+KEL_API int kel_queue_dequeue_with_timeout(kel_queue* queue, void** data_out, int32_t timeout_ms);
+KEL_API int kel_queue_dequeue(kel_queue* queue, void** data_out); /* waits without limit */
+
+/* Throws all items away, oldest first. Returns 1; 0 for null. Thread-safety: any thread. */
+KEL_API int kel_queue_clear(kel_queue* queue);
+
+/* kel_queue_clear, and opens a closed queue again. Returns 1; 0 for null. Thread-safety: any thread. */
+KEL_API int kel_queue_reset(kel_queue* queue);
+
+/*
+ * Wakes everybody who waits and refuses further items; those inside can still be taken. Returns 1; 0 for null.
+ * Thread-safety: any thread.
+ */
+KEL_API int kel_queue_close(kel_queue* queue);
+
+/* Read without the lock: the value may be old at once. Thread-safety: any thread. */
+KEL_API int kel_queue_is_closed(kel_queue* queue); /* 1 or 0; the queue must not be null */
+KEL_API uint32_t kel_queue_get_size(kel_queue* queue);  /* items; all bits set for null */
+KEL_API uint32_t kel_queue_get_limit(kel_queue* queue); /* all bits set for null */
+KEL_API int kel_queue_set_node_destructor(kel_queue* queue, kel_queue_node_destructor destructor); /* 1; 0 for null */
+KEL_API kel_queue_node_destructor kel_queue_get_node_destructor(kel_queue* queue);
+
+/* *out = CLOCK_REALTIME now plus ms milliseconds; returns out. Thread-safety: any thread. */
+KEL_API struct timespec* ms_to_abs_timespec(struct timespec* out, int32_t ms);
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Audio conversion steps
+ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Audio converter
+ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Audio mixer
+ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Audio filters
+ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * GLES environment and textures
+ */
+
+/* Ends the context's GLES state; nothing when it has none. Thread-safety: the thread of the GLES context. */
+KEL_API void kel_gles_deinit(kel_context* context);
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Video filters
+ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Video filter chains
+ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Fonts and text
+ */
+
+/* Ends the context's text state; nothing when it has none. Thread-safety: while nobody uses the text state. */
+KEL_API void kel_text_deinit(kel_context* context);
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Blits, fills and images
+ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Colour conversion
+ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Media-graph filters
+ */
+
+/* ------------------------------------------------------------------------------------------------------------
+ * Entry points shared between the modules of the library; not for clients
+ */
+
+#ifdef __cplusplus
+}
+#endif
+#endif

@@ -1,0 +1,132 @@
+/*
+ * Screen, the compositor: contexts, displays, windows, pixmaps and their buffers.
+ *
+ * Every function returns 0, or -1 with errno set: EINVAL (null argument, stale or foreign handle, unknown
+ * property, bad value), ENOMEM, ENOTSUP (a pixel format that the object cannot have), EBUSY, ENOENT.
+ * A handle is good from its creation until the destruction of the object; afterwards it is refused, never
+ * followed. Thread-safety: any function from any thread.
+ */
+#ifndef SCREEN_SCREEN_H
+#define SCREEN_SCREEN_H
+
+#include <stdint.h>
+
+#include <platform_export.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef struct screen_context* screen_context_t;
+typedef struct screen_display* screen_display_t;
+typedef struct screen_window* screen_window_t;
+typedef struct screen_pixmap* screen_pixmap_t;
+typedef struct screen_buffer* screen_buffer_t;
+
+enum { SCREEN_APPLICATION_CONTEXT = 0 };
+
+/* Window types. */
+enum { SCREEN_APPLICATION_WINDOW = 0, SCREEN_CHILD_WINDOW = 1, SCREEN_EMBEDDED_WINDOW = 2 };
+
+/* Pixel formats; bytes in memory order. The planar ones lie in one block: luma rows first. */
+enum {
+    SCREEN_FORMAT_RGB565 = 6,
+    SCREEN_FORMAT_RGBA8888 = 8, /* blue, green, red, alpha */
+    SCREEN_FORMAT_RGBX8888 = 9, /* blue, green, red, unused */
+    SCREEN_FORMAT_YVU9 = 10,    /* Y, then V and U at a quarter of the size in both directions */
+    SCREEN_FORMAT_YUV420 = 11,  /* Y, then U, then V at half size in both directions */
+    SCREEN_FORMAT_NV12 = 12,    /* Y, then interleaved U and V at half size in both directions */
+    SCREEN_FORMAT_YV12 = 13,    /* Y, then V, then U at half size in both directions */
+    SCREEN_FORMAT_UYVY = 14,    /* packed 4:2:2 */
+    SCREEN_FORMAT_YUY2 = 15,    /* packed 4:2:2 */
+    SCREEN_FORMAT_YVYU = 16,    /* packed 4:2:2 */
+    SCREEN_FORMAT_V422 = 17     /* packed 4:2:2, V Y U Y */
+};
+
+/* Usage bits. */
+enum {
+    SCREEN_USAGE_DISPLAY = 0x001,
+    SCREEN_USAGE_READ = 0x002,
+    SCREEN_USAGE_WRITE = 0x004,
+    SCREEN_USAGE_NATIVE = 0x008,
+    SCREEN_USAGE_OPENGL_ES1 = 0x010,
+    SCREEN_USAGE_OPENGL_ES2 = 0x020,
+    SCREEN_USAGE_OPENVG = 0x040,
+    SCREEN_USAGE_VIDEO = 0x080,
+    SCREEN_USAGE_CAPTURE = 0x100,
+    SCREEN_USAGE_ROTATION = 0x200
+};
+
+/* Properties, by number. */
+enum {
+    SCREEN_PROPERTY_BUFFER_SIZE = 5,            /* iv 2: width, height in pixels */
+    SCREEN_PROPERTY_DISPLAY = 11,               /* pv: the display of a window */
+    SCREEN_PROPERTY_FORMAT = 14,                /* iv 1: SCREEN_FORMAT_* */
+    SCREEN_PROPERTY_PHYSICALLY_CONTIGUOUS = 32, /* iv 1: 0 or 1 */
+    SCREEN_PROPERTY_POINTER = 34,               /* pv: address of a buffer's first row */
+    SCREEN_PROPERTY_POSITION = 35,              /* iv 2: x, y */
+    SCREEN_PROPERTY_RENDER_BUFFERS = 37,        /* pv n: buffers, the next one to render into first */
+    SCREEN_PROPERTY_SENSITIVITY = 39,           /* iv 1 */
+    SCREEN_PROPERTY_SIZE = 40,                  /* iv 2: width, height */
+    SCREEN_PROPERTY_SOURCE_SIZE = 42,           /* iv 2: width, height */
+    SCREEN_PROPERTY_STRIDE = 44,                /* iv 1: bytes from one row to the next */
+    SCREEN_PROPERTY_TRANSPARENCY = 46,          /* iv 1: SCREEN_TRANSPARENCY_* */
+    SCREEN_PROPERTY_USAGE = 48,                 /* iv 1: SCREEN_USAGE_* */
+    SCREEN_PROPERTY_ZORDER = 54,                /* iv 1 */
+    SCREEN_PROPERTY_PHYSICAL_ADDRESS = 55,      /* llv 1: never 0 */
+    SCREEN_PROPERTY_RENDER_BUFFER_COUNT = 69,   /* iv 1 */
+    SCREEN_PROPERTY_FORMAT_COUNT = 70,          /* iv 1: number of formats of a display */
+    SCREEN_PROPERTY_FORMATS = 71                /* iv n: the formats of a display */
+};
+
+enum {
+    SCREEN_TRANSPARENCY_SOURCE = 0,
+    SCREEN_TRANSPARENCY_TEST = 1,
+    SCREEN_TRANSPARENCY_SOURCE_COLOR = 2,
+    SCREEN_TRANSPARENCY_SOURCE_OVER = 3,
+    SCREEN_TRANSPARENCY_NONE = 4,
+    SCREEN_TRANSPARENCY_DISCARD = 5
+};
+
+enum { SCREEN_SENSITIVITY_TEST = 0, SCREEN_SENSITIVITY_ALWAYS = 1, SCREEN_SENSITIVITY_NEVER = 2 };
+
+/* A connection to the compositor. Destroying it destroys the windows and pixmaps still made against it. */
+PLATFORM_API int screen_create_context(screen_context_t* context, int type);
+PLATFORM_API int screen_destroy_context(screen_context_t context);
+
+/* `type`: SCREEN_*_WINDOW. The window has no buffers until they are created. */
+PLATFORM_API int screen_create_window_type(screen_window_t* window, screen_context_t context, int type);
+PLATFORM_API int screen_destroy_window(screen_window_t window); /* with the buffers it still has */
+PLATFORM_API int screen_set_window_property_iv(screen_window_t window, int property, const int* values);
+PLATFORM_API int screen_get_window_property_iv(screen_window_t window, int property, int* values);
+PLATFORM_API int screen_get_window_property_pv(screen_window_t window, int property, void** values);
+PLATFORM_API int screen_create_window_buffers(screen_window_t window, int count); /* zero-filled */
+PLATFORM_API int screen_destroy_window_buffers(screen_window_t window);
+
+/* A pixmap has one buffer at most. */
+PLATFORM_API int screen_create_pixmap(screen_pixmap_t* pixmap, screen_context_t context);
+PLATFORM_API int screen_destroy_pixmap(screen_pixmap_t pixmap); /* with the buffer it still has */
+PLATFORM_API int screen_set_pixmap_property_iv(screen_pixmap_t pixmap, int property, const int* values);
+PLATFORM_API int screen_get_pixmap_property_iv(screen_pixmap_t pixmap, int property, int* values);
+PLATFORM_API int screen_get_pixmap_property_pv(screen_pixmap_t pixmap, int property, void** values);
+PLATFORM_API int screen_create_pixmap_buffer(screen_pixmap_t pixmap); /* zero-filled */
+PLATFORM_API int screen_destroy_pixmap_buffer(screen_pixmap_t pixmap);
+
+/* Buffers: POINTER (pv); STRIDE, FORMAT, BUFFER_SIZE, PHYSICALLY_CONTIGUOUS (iv); PHYSICAL_ADDRESS (llv). */
+PLATFORM_API int screen_get_buffer_property_iv(screen_buffer_t buffer, int property, int* values);
+PLATFORM_API int screen_get_buffer_property_pv(screen_buffer_t buffer, int property, void** values);
+PLATFORM_API int screen_get_buffer_property_llv(screen_buffer_t buffer, int property, long long* values);
+
+/* Displays: FORMAT_COUNT, FORMATS, SIZE (iv). */
+PLATFORM_API int screen_get_display_property_iv(screen_display_t display, int property, int* values);
+
+/* Objects that exist at this moment in the process, for tests. */
+typedef struct screen_live_counts {
+    int contexts, windows, pixmaps, buffers;
+} screen_live_counts_t;
+PLATFORM_API void screen_get_live_counts(screen_live_counts_t* counts);
+
+#ifdef __cplusplus
+}
+#endif
+#endif
