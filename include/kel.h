@@ -272,6 +272,20 @@ KEL_API void kel_destroy_buffer_pool_when_unused(kel_buffer_pool* pool);
 KEL_API const kel_buffer_format* kel_get_buffer_format(const kel_buffer* buffer);
 
 /* ------------------------------------------------------------------------------------------------------------
+ * Points and rectangles, for text and blits
+ */
+
+/* Whole pixels; y grows downwards. */
+typedef struct kel_point {
+    int32_t x, y;
+} kel_point;
+
+typedef struct kel_rect {
+    int32_t x, y;          /* top left corner */
+    int32_t width, height; /* extent */
+} kel_rect;
+
+/* ------------------------------------------------------------------------------------------------------------
  * Slices
  */
 
