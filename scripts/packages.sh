@@ -12,16 +12,21 @@ packages_build=(
     pkg-config
 )
 
-# Builds and runs every check on the host: sanitizers, lock analysis, style, ABI comparison.
+# Builds and runs the tests on the host.
 packages_test=(
     abigail-tools
     binutils
+    ccache
+    googletest
+    python3
+)
+
+# clang's lock analysis, its bug finders and the formatter.
+packages_analysis=(
     clang
     clang-format
     clang-tidy
-    googletest
-    libclang-rt-14-dev
-    python3
+    git
 )
 
 # Cross compiler and emulator for 32-bit ARM.
