@@ -34,8 +34,8 @@ void mark_all_free(uint64_t* words, uint32_t count) {
     if (count % word_bits != 0) *words = (uint64_t{1} << count % word_bits) - 1;
 }
 
-// The caller holds the mutex of a pool in which a buffer is free.
-kel_buffer* lowest_free(kel_buffer_pool& pool) {
+// The caller knows that a buffer is free.
+kel_buffer* lowest_free(kel_buffer_pool& pool) KEL_REQUIRES(pool.mutex) {
     uint64_t* word = pool.free_words;
     while (*word == 0) ++word;
     const auto bit = static_cast<uint32_t>(__builtin_ctzll(*word));
@@ -43,14 +43,13 @@ kel_buffer* lowest_free(kel_buffer_pool& pool) {
     return &pool.buffers[static_cast<std::size_t>(word - pool.free_words) * word_bits + bit];
 }
 
-// The caller holds the mutex.
-void mark_free(kel_buffer_pool& pool, const kel_buffer& buffer) {
+void mark_free(kel_buffer_pool& pool, const kel_buffer& buffer) KEL_REQUIRES(pool.mutex) {
     const auto index = static_cast<std::size_t>(&buffer - pool.buffers);
     pool.free_words[index / word_bits] |= uint64_t{1} << index % word_bits;
 }
 
-// The caller holds the mutex. Null when no buffer can be had.
-kel_buffer* take_free_buffer(kel_buffer_pool& pool) {
+// Null when no buffer can be had.
+kel_buffer* take_free_buffer(kel_buffer_pool& pool) KEL_REQUIRES(pool.mutex) {
     if (pool.flags & KEL_POOL_MARKED_FOR_DESTRUCTION) {
         KEL_LOG_ERROR("kel: Attempt to acquire buffer after pool has been marked for destruction");
         return nullptr;
@@ -62,9 +61,8 @@ kel_buffer* take_free_buffer(kel_buffer_pool& pool) {
     return buffer;
 }
 
-// The caller holds the mutex, which is given up meanwhile. Returns 0 or the error of the wait; no deadline
-// waits without limit.
-int wait_for_buffer(kel_buffer_pool& pool, const timespec* deadline) {
+// The mutex is given up meanwhile. Returns 0 or the error of the wait; no deadline waits without limit.
+int wait_for_buffer(kel_buffer_pool& pool, const timespec* deadline) KEL_REQUIRES(pool.mutex) {
     ++pool.waiters;
     const int error = deadline ? pthread_cond_timedwait(&pool.cond, &pool.mutex, deadline)
                                : pthread_cond_wait(&pool.cond, &pool.mutex);
@@ -72,9 +70,8 @@ int wait_for_buffer(kel_buffer_pool& pool, const timespec* deadline) {
     return error;
 }
 
-// The caller holds the mutex. True when the pool is marked and the last buffer came back: the caller destroys
-// it once the mutex is free.
-bool return_to_pool(kel_buffer_pool& pool, kel_buffer& buffer) {
+// True when the pool is marked and the last buffer came back: the caller destroys it once the mutex is free.
+bool return_to_pool(kel_buffer_pool& pool, const kel_buffer& buffer) KEL_REQUIRES(pool.mutex) {
     mark_free(pool, buffer);
     --pool.in_use;
     if (pool.waiters != 0) pthread_cond_signal(&pool.cond);
@@ -91,21 +88,19 @@ void destroy(kel_buffer_pool* pool) {
     free(pool);
 }
 
-// The caller holds the mutex; it is free on return.
-int release(kel_buffer& buffer) {
-    kel_buffer_pool* pool = buffer.pool;
+int release(kel_buffer_pool& pool, kel_buffer& buffer) KEL_RELEASE(pool.mutex) {
     {
-        kel::lock_guard lock(pool->mutex, kel::adopt);
+        kel::lock_guard lock(pool.mutex, kel::adopt);
         if (buffer.refcount <= 0) {
             KEL_LOG_ERROR("kel: Attempt to release buffer that has not been acquired.");
             return EINVAL;
         }
         if (--buffer.refcount > 0) return 0;
-        if (!return_to_pool(*pool, buffer)) return 0;
+        if (!return_to_pool(pool, buffer)) return 0;
     }
     KEL_LOG_INFO("kel: Automatically destroying buffer pool at %08" PRIxPTR,
-                 reinterpret_cast<uintptr_t>(pool));
-    destroy(pool);
+                 reinterpret_cast<uintptr_t>(&pool));
+    destroy(&pool);
     return 0;
 }
 
@@ -184,12 +179,16 @@ int kel_ref_buffer(kel_buffer* buffer) {
 
 int kel_release_buffer(kel_buffer* buffer) {
     if (!buffer) return EINVAL;
-    pthread_mutex_lock(&buffer->pool->mutex);
-    return release(*buffer);
+    kel_buffer_pool& pool = *buffer->pool;
+    kel::acquire(pool.mutex);
+    return release(pool, *buffer);
 }
 
 int kel_release_buffer_unlocked(kel_buffer* buffer) {
-    return buffer ? release(*buffer) : EINVAL;
+    if (!buffer) return EINVAL;
+    kel_buffer_pool& pool = *buffer->pool;
+    kel::assume_held(pool.mutex);
+    return release(pool, *buffer);
 }
 
 void kel_destroy_buffer_pool(kel_buffer_pool** pool) {

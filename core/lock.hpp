@@ -15,13 +15,26 @@
 
 namespace kel {
 
+// Takes a lock that another scope gives back; everywhere else lock_guard serves.
+inline void acquire(pthread_mutex_t& mutex) KEL_ACQUIRE(mutex)
+    KEL_THREAD_ANNOTATION(no_thread_safety_analysis) {
+    pthread_mutex_lock(&mutex);
+}
+
+// Tells the lock analysis what the interface demands of the caller.
+inline void assume_held(pthread_mutex_t& mutex) KEL_THREAD_ANNOTATION(assert_capability(mutex)) {
+    (void)mutex;
+}
+
 struct adopt_t {};
 // Says that the caller holds the lock already.
 inline constexpr adopt_t adopt{};
 
 class KEL_SCOPED_CAPABILITY lock_guard {
   public:
-    explicit lock_guard(pthread_mutex_t& mutex) KEL_ACQUIRE(mutex) : mutex_(mutex) { pthread_mutex_lock(&mutex_); }
+    explicit lock_guard(pthread_mutex_t& mutex) KEL_ACQUIRE(mutex) : mutex_(mutex) {
+        pthread_mutex_lock(&mutex_);
+    }
     lock_guard(pthread_mutex_t& mutex, adopt_t) KEL_REQUIRES(mutex) : mutex_(mutex) {}
     ~lock_guard() KEL_RELEASE() { pthread_mutex_unlock(&mutex_); }
     lock_guard(const lock_guard&) = delete;

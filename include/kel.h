@@ -51,6 +51,13 @@ typedef struct kel_context {
     int32_t max_image_height;        /* pixels, 2048; a loaded image is at most half of it high */
 } kel_context;
 
+#if defined(__cplusplus) && UINTPTR_MAX == UINT32_MAX
+static_assert(offsetof(kel_context, screen_context) == 0 && offsetof(kel_context, gles) == 4 &&
+                  offsetof(kel_context, text) == 8 && offsetof(kel_context, max_image_width) == 12 &&
+                  offsetof(kel_context, max_image_height) == 16 && sizeof(kel_context) == 20,
+              "layout");
+#endif
+
 /* The cache record that the first kel_init prepares and cache maintenance uses. Nobody else writes it. */
 extern KEL_API struct cache_ctrl kel_cache_ctrl;
 
@@ -119,7 +126,7 @@ KEL_API int32_t kel_get_audio_format_bits(const kel_audio_format* format);
 KEL_API const char* kel_get_audio_format_type_name(const kel_audio_format* format);
 
 /*
- * nsamples frames at `rate` (Hz, not 0) in microseconds, truncated toward zero; the product wraps at 64 bits.
+ * nsamples frames at `rate` (Hz; 0 gives 0) in microseconds, truncated toward zero; the product wraps at 64 bits.
  * Keep a running count of frames and derive the pts from it: a round trip may lose a frame.
  * Thread-safety: any thread.
  */
@@ -195,6 +202,28 @@ struct kel_buffer_pool {
     screen_window_t window;    /* the window of a window pool, otherwise null */
     uint64_t* free_words;      /* private: one bit per free buffer, lowest index first */
 };
+
+#if defined(__cplusplus) && UINTPTR_MAX == UINT32_MAX
+static_assert(offsetof(kel_buffer_format, type) == 0 && offsetof(kel_buffer_format, video) == 4 &&
+                  offsetof(kel_buffer_format, audio) == 4 && offsetof(kel_buffer_format, nsamples) == 16 &&
+                  sizeof(kel_buffer_format) == 20,
+              "layout");
+static_assert(offsetof(kel_buffer, pool) == 0 && offsetof(kel_buffer, ptr) == 4 &&
+                  offsetof(kel_buffer, size) == 8 && offsetof(kel_buffer, flags) == 12 &&
+                  offsetof(kel_buffer, refcount) == 16 && offsetof(kel_buffer, pixmap) == 20 &&
+                  offsetof(kel_buffer, screen_buffer) == 24 && offsetof(kel_buffer, stride) == 28 &&
+                  offsetof(kel_buffer, paddr) == 32 && sizeof(kel_buffer) == 40,
+              "layout");
+static_assert(offsetof(kel_buffer_pool, count) == 0 && offsetof(kel_buffer_pool, in_use) == 4 &&
+                  offsetof(kel_buffer_pool, buffers) == 8 && offsetof(kel_buffer_pool, flags) == 12 &&
+                  offsetof(kel_buffer_pool, waiters) == 16 && offsetof(kel_buffer_pool, context) == 20 &&
+                  offsetof(kel_buffer_pool, mutex) == 24 &&
+                  offsetof(kel_buffer_pool, cond) == 24 + sizeof(pthread_mutex_t) &&
+                  offsetof(kel_buffer_pool, format) ==
+                      offsetof(kel_buffer_pool, cond) + sizeof(pthread_cond_t) &&
+                  offsetof(kel_buffer_pool, window) == offsetof(kel_buffer_pool, format) + 20,
+              "layout");
+#endif
 
 /*
  * A pool of `count` audio buffers of `nsamples` frames each: zero-filled memory, slots a multiple of 16 bytes
@@ -309,6 +338,13 @@ typedef struct kel_slice {
         } video;
     } spec;
 } kel_slice;
+
+#if defined(__cplusplus) && UINTPTR_MAX == UINT32_MAX
+static_assert(offsetof(kel_slice, buffer) == 0 && offsetof(kel_slice, pts) == 8 &&
+                  offsetof(kel_slice, spec) == 16 && offsetof(kel_slice, spec.audio.samples_start) == 20 &&
+                  offsetof(kel_slice, spec.video.frame_height) == 36 && sizeof(kel_slice) == 40,
+              "layout");
+#endif
 
 /*
  * Makes *slice view the whole buffer with pts 0; a null buffer gives an all-zero slice.
