@@ -42,9 +42,11 @@ PLATFORM_API unsigned AoCountStatic(void);
  * kept. Thread-safety: any thread.
  */
 PLATFORM_API void AoLog(int level, const char* format, ...) __attribute__((format(printf, 2, 3)));
-PLATFORM_API void AoLogV(int level, const char* format, va_list arguments) __attribute__((format(printf, 2, 0)));
+PLATFORM_API void AoLogV(int level, const char* format, va_list arguments)
+    __attribute__((format(printf, 2, 0)));
 
-/* Sets the highest level that is written (3 at start) and returns the one before. Thread-safety: any thread. */
+/* Sets the highest level that is written (3 at start) and returns the one before. Thread-safety: any thread.
+ */
 PLATFORM_API int AoLogSetThreshold(int level);
 
 /*

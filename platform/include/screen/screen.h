@@ -2,9 +2,10 @@
  * Screen, the compositor: contexts, displays, windows, pixmaps and their buffers.
  *
  * Every function returns 0, or -1 with errno set: EINVAL (null argument, stale or foreign handle, unknown
- * property, bad value), ENOMEM, ENOTSUP (a pixel format that the object cannot have), EBUSY, ENOENT.
- * A handle is good from its creation until the destruction of the object; afterwards it is refused, never
- * followed. Thread-safety: any function from any thread.
+ * property, bad value or size), ENOMEM, ENOTSUP (an unknown pixel format), EBUSY (the object has buffers, so
+ * its format, usage and buffer size stay and it gets no others), ENOENT (it has no buffer). On failure
+ * nothing changed. A handle is good from its creation until the destruction of the object; afterwards it is
+ * refused, never followed. Thread-safety: any function from any thread.
  */
 #ifndef SCREEN_SCREEN_H
 #define SCREEN_SCREEN_H
@@ -65,7 +66,7 @@ enum {
     SCREEN_PROPERTY_PHYSICALLY_CONTIGUOUS = 32, /* iv 1: 0 or 1 */
     SCREEN_PROPERTY_POINTER = 34,               /* pv: address of a buffer's first row */
     SCREEN_PROPERTY_POSITION = 35,              /* iv 2: x, y */
-    SCREEN_PROPERTY_RENDER_BUFFERS = 37,        /* pv n: buffers, the next one to render into first */
+    SCREEN_PROPERTY_RENDER_BUFFERS = 37,        /* pv n: all buffers, the next one to render into first */
     SCREEN_PROPERTY_SENSITIVITY = 39,           /* iv 1 */
     SCREEN_PROPERTY_SIZE = 40,                  /* iv 2: width, height */
     SCREEN_PROPERTY_SOURCE_SIZE = 42,           /* iv 2: width, height */
@@ -123,6 +124,8 @@ PLATFORM_API int screen_get_display_property_iv(screen_display_t display, int pr
 /* Objects that exist at this moment in the process, for tests. */
 typedef struct screen_live_counts {
     int contexts, windows, pixmaps, buffers;
+    int frames; /* memory blocks: those of buffers, and those still held for others after their buffer's end
+                 */
 } screen_live_counts_t;
 PLATFORM_API void screen_get_live_counts(screen_live_counts_t* counts);
 

@@ -18,11 +18,11 @@ extern "C" {
 #define CACHE_FLAG_SNOOPED_INVAL 0x10000000u
 
 /*
- * A cache as cache_init found it. The routines act on every line that covers [vaddr, vaddr + len); they return
- * 0, or an errno value.
+ * A cache as cache_init found it. The routines act on every line that covers [vaddr, vaddr + len); they
+ * return 0, or an errno value.
  */
 struct cache_ctrl {
-    int fd;             /* NOFD before cache_init; the cache library's own afterwards */
+    int fd;             /* the cache library's descriptor; NOFD while it has none */
     unsigned flags;     /* CACHE_FLAG_* */
     unsigned line_size; /* bytes, a power of two */
     int (*flush)(struct cache_ctrl* cache, void* vaddr, uint64_t paddr, size_t len);

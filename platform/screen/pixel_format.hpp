@@ -1,0 +1,36 @@
+// Where the pixels of a frame lie, for every pixel format number.
+#pragma once
+
+#include <cstddef>
+#include <span>
+
+namespace platform::screen {
+
+inline constexpr int row_alignment = 64;         // bytes; also the alignment of a frame's first row
+inline constexpr int largest_dimension = 32768;  // pixels
+
+struct plane {
+    std::size_t offset;  // bytes from the start of the frame
+    int stride;          // bytes from one row to the next
+    int rows;
+};
+
+// Planes stand in memory order: for planar formats luma first.
+struct frame_layout {
+    int format;
+    int width, height;  // pixels
+    int plane_count;
+    plane planes[3];
+    std::size_t size;  // bytes, all planes
+    int stride() const { return planes[0].stride; }
+};
+
+bool is_known_format(int format);
+
+// False when the format is unknown or the size is not positive or too large to address with 32-bit sizes.
+bool lay_out_frame(int format, int width, int height, frame_layout& layout);
+
+// The formats that a display of the stand-in can show.
+std::span<const int> displayable_formats();
+
+}  // namespace platform::screen
