@@ -96,15 +96,15 @@ KEL_API void kel_destroy_context(kel_context** context);
 #define KEL_AUDIO_TYPE_BIG_ENDIAN 0x00004000u /* set: big-endian; clear: little-endian */
 #define KEL_AUDIO_TYPE_BYTES_MASK 0x00000070u /* bytes per value, shifted left by 4 */
 
-#define KEL_AUDIO_TYPE_U8 0x00008010u        /* "U8", silence 0x80 */
-#define KEL_AUDIO_TYPE_S8 0x80008010u        /* "S8" */
-#define KEL_AUDIO_TYPE_U16LE 0x00008020u     /* "U16LE", silence 0x8000 */
-#define KEL_AUDIO_TYPE_S16LE 0x80008020u     /* "S16LE" */
-#define KEL_AUDIO_TYPE_U16BE 0x0000C020u     /* "U16BE" */
-#define KEL_AUDIO_TYPE_S16BE 0x8000C020u     /* "S16BE" */
-#define KEL_AUDIO_TYPE_S24_8LE 0x80018040u   /* "S24.8LE": 32 bits, a 16-bit value v is held as v * 256 */
-#define KEL_AUDIO_TYPE_S24_8BE 0x8001C040u   /* "S24.8BE": can be named, not converted */
-#define KEL_AUDIO_TYPE_S16_16LE 0x80028040u  /* parameter streams of audio filters: 1.0 is 65536 */
+#define KEL_AUDIO_TYPE_U8 0x00008010u       /* "U8", silence 0x80 */
+#define KEL_AUDIO_TYPE_S8 0x80008010u       /* "S8" */
+#define KEL_AUDIO_TYPE_U16LE 0x00008020u    /* "U16LE", silence 0x8000 */
+#define KEL_AUDIO_TYPE_S16LE 0x80008020u    /* "S16LE" */
+#define KEL_AUDIO_TYPE_U16BE 0x0000C020u    /* "U16BE" */
+#define KEL_AUDIO_TYPE_S16BE 0x8000C020u    /* "S16BE" */
+#define KEL_AUDIO_TYPE_S24_8LE 0x80018040u  /* "S24.8LE": 32 bits, a 16-bit value v is held as v * 256 */
+#define KEL_AUDIO_TYPE_S24_8BE 0x8001C040u  /* "S24.8BE": can be named, not converted */
+#define KEL_AUDIO_TYPE_S16_16LE 0x80028040u /* parameter streams of audio filters: 1.0 is 65536 */
 
 /* A PCM format; a plain value, compared byte by byte. Channels are interleaved. */
 typedef struct kel_audio_format {
@@ -166,7 +166,7 @@ typedef struct kel_buffer_format {
     uint32_t type; /* KEL_BUFFER_VIDEO or KEL_BUFFER_AUDIO */
     union {
         kel_video_format video;
-        struct {
+        __extension__ struct { /* C++ has no unnamed structs of its own */
             kel_audio_format audio;
             uint32_t nsamples; /* frames that one buffer holds */
         };
@@ -190,17 +190,17 @@ typedef struct kel_buffer {
 
 /* A fixed set of equally sized buffers. Clients read the fields; only the library writes them. */
 struct kel_buffer_pool {
-    int32_t count;             /* buffers, fixed at creation */
-    int32_t in_use;            /* buffers whose refcount is not 0 */
-    kel_buffer* buffers;       /* `count` records in index order */
-    uint32_t flags;            /* KEL_POOL_* */
-    int32_t waiters;           /* threads blocked in kel_acquire_buffer_wait */
-    kel_context* context;      /* the context that it was made against; not owned */
-    pthread_mutex_t mutex;     /* guards in_use, flags, waiters and every refcount */
-    pthread_cond_t cond;       /* signalled once for each buffer that returns while somebody waits */
-    kel_buffer_format format;  /* fixed at creation */
-    screen_window_t window;    /* the window of a window pool, otherwise null */
-    uint64_t* free_words;      /* private: one bit per free buffer, lowest index first */
+    int32_t count;            /* buffers, fixed at creation */
+    int32_t in_use;           /* buffers whose refcount is not 0 */
+    kel_buffer* buffers;      /* `count` records in index order */
+    uint32_t flags;           /* KEL_POOL_* */
+    int32_t waiters;          /* threads blocked in kel_acquire_buffer_wait */
+    kel_context* context;     /* the context that it was made against; not owned */
+    pthread_mutex_t mutex;    /* guards in_use, flags, waiters and every refcount */
+    pthread_cond_t cond;      /* signalled once for each buffer that returns while somebody waits */
+    kel_buffer_format format; /* fixed at creation */
+    screen_window_t window;   /* the window of a window pool, otherwise null */
+    uint64_t* free_words;     /* private: one bit per free buffer, lowest index first */
 };
 
 #if defined(__cplusplus) && UINTPTR_MAX == UINT32_MAX
@@ -428,10 +428,11 @@ KEL_API int kel_queue_reset(kel_queue* queue);
 KEL_API int kel_queue_close(kel_queue* queue);
 
 /* Read without the lock: the value may be old at once. Thread-safety: any thread. */
-KEL_API int kel_queue_is_closed(kel_queue* queue); /* 1 or 0; the queue must not be null */
+KEL_API int kel_queue_is_closed(kel_queue* queue);      /* 1 or 0; the queue must not be null */
 KEL_API uint32_t kel_queue_get_size(kel_queue* queue);  /* items; all bits set for null */
 KEL_API uint32_t kel_queue_get_limit(kel_queue* queue); /* all bits set for null */
-KEL_API int kel_queue_set_node_destructor(kel_queue* queue, kel_queue_node_destructor destructor); /* 1; 0 for null */
+KEL_API int kel_queue_set_node_destructor(kel_queue* queue,
+                                          kel_queue_node_destructor destructor); /* 1; 0 for null */
 KEL_API kel_queue_node_destructor kel_queue_get_node_destructor(kel_queue* queue);
 
 /* *out = CLOCK_REALTIME now plus ms milliseconds; returns out. Thread-safety: any thread. */
