@@ -8,6 +8,7 @@ packages_build=(
     g++
     gcc
     libc6-dev
+    libfreetype-dev
     ninja-build
     pkg-config
 )
@@ -17,7 +18,12 @@ packages_test=(
     abigail-tools
     binutils
     ccache
+    fonts-dejavu-core
+    fonts-lato
+    fonts-liberation2
+    fonts-noto-core
     googletest
+    libpng-dev
     python3
 )
 
@@ -49,6 +55,7 @@ packages_arm_sysroot=(
     libgles-dev
     libglvnd-dev
     libpixman-1-dev
+    libpng-dev
     libstdc++-12-dev
     libswresample-dev
     libswscale-dev

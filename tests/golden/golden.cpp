@@ -1,0 +1,92 @@
+#include "golden/golden.hpp"
+
+#include <png.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <sstream>
+#include <stdexcept>
+
+namespace golden {
+namespace {
+
+constexpr int named_pixels = 8;
+
+[[noreturn]] void fail(const std::string& path, const png_image& image) {
+    throw std::runtime_error(path + ": " + image.message);
+}
+
+bool close(const uint8_t* a, const uint8_t* b, int tolerance) {
+    if (tolerance == 0) return std::memcmp(a, b, 4) == 0;
+    for (int channel = 0; channel < 3; ++channel) {
+        if (std::abs(a[channel] * a[3] - b[channel] * b[3]) > tolerance * 255) return false;
+    }
+    return std::abs(a[3] - b[3]) <= tolerance;
+}
+
+std::string describe(const uint8_t* pixel) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%02X%02X%02X alpha %02X", pixel[2], pixel[1], pixel[0], pixel[3]);
+    return text;
+}
+
+}  // namespace
+
+Picture copy(const void* pixels, int width, int height, std::ptrdiff_t stride) {
+    Picture picture{width, height, std::vector<uint8_t>(std::size_t(width) * height * 4)};
+    for (int y = 0; y < height; ++y) {
+        std::memcpy(&picture.bgra[std::size_t(y) * width * 4],
+                    static_cast<const uint8_t*>(pixels) + y * stride, std::size_t(width) * 4);
+    }
+    return picture;
+}
+
+Picture read_png(const std::string& path) {
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    if (!png_image_begin_read_from_file(&image, path.c_str())) fail(path, image);
+    image.format = PNG_FORMAT_BGRA;
+    Picture picture{int(image.width), int(image.height), std::vector<uint8_t>(PNG_IMAGE_SIZE(image))};
+    if (!png_image_finish_read(&image, nullptr, picture.bgra.data(), 0, nullptr)) fail(path, image);
+    return picture;
+}
+
+void write_png(const std::string& path, const Picture& picture) {
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    image.width = png_uint_32(picture.width);
+    image.height = png_uint_32(picture.height);
+    image.format = PNG_FORMAT_BGRA;
+    if (!png_image_write_to_file(&image, path.c_str(), 0, picture.bgra.data(), 0, nullptr)) fail(path, image);
+}
+
+testing::AssertionResult matches(const std::string& name, const Picture& picture, int tolerance) {
+    const std::string path = KEL_GOLDEN_FOLDER "/" + name + ".png";
+    if (std::getenv("KEL_GOLDEN_UPDATE")) {
+        write_png(path, picture);
+        return testing::AssertionSuccess();
+    }
+    const Picture expected = read_png(path);
+    std::ostringstream differences;
+    int count = 0;
+    if (expected.width != picture.width || expected.height != picture.height) {
+        differences << " has size " << picture.width << " x " << picture.height << " instead of "
+                    << expected.width << " x " << expected.height;
+        ++count;
+    } else {
+        for (int y = 0; y < picture.height; ++y) {
+            for (int x = 0; x < picture.width; ++x) {
+                if (close(picture.pixel(x, y), expected.pixel(x, y), tolerance)) continue;
+                if (count++ < named_pixels) {
+                    differences << "\n  (" << x << ", " << y << ") is " << describe(picture.pixel(x, y))
+                                << " instead of " << describe(expected.pixel(x, y));
+                }
+            }
+        }
+    }
+    if (count == 0) return testing::AssertionSuccess();
+    write_png(name + ".png", picture);
+    return testing::AssertionFailure() << name << ".png, " << count << " differences:" << differences.str();
+}
+
+}  // namespace golden
