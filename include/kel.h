@@ -22,6 +22,7 @@
 #include <stdint.h>
 #include <time.h>
 
+#include <mm/mmf.h>
 #include <screen/screen.h>
 #include <sys/cache.h>
 
@@ -488,9 +489,63 @@ KEL_API void kel_text_deinit(kel_context* context);
  * Media-graph filters
  */
 
+/*
+ * The interface lists of the two filters, the callback tables that the framework finds in them, and the
+ * memory allocator through which a graph takes its buffers from the library's pools. See <mm/mmf.h> for the
+ * records.
+ */
+extern KEL_API const AOInterface_t kel_reader_interfaces[];
+extern KEL_API const AOInterface_t kel_writer_interfaces[];
+extern KEL_API const kel_allocator_interface kel_allocator;
+
+/*
+ * Registers both filters with the framework, once per process; further calls do nothing.
+ * Thread-safety: once, before any filter is created.
+ */
+KEL_API void kel_init_mmedia_filters(void);
+
+/*
+ * A filter of a graph, or with a null graph one that the caller ends with MmDestroyFilter; null with errno as
+ * MmCreateFilter left it. kel_init_mmedia_filters must have run. Configure it through its resources, above
+ * all "KelContext". A reader ("kel_reader") is a source: put slices into the queues of its resources
+ * "AudioQueue" and "VideoQueue". A writer ("kel_writer") is a sink: set "AudioChannelCount" and
+ * "VideoChannelCount", connect its channels, and pull slices with kel_writer_read_slice. Thread-safety:
+ * readers one at a time, writers any thread.
+ */
+KEL_API kel_filter* kel_create_reader_filter(mm_graph* graph);
+KEL_API kel_filter* kel_create_writer_filter(mm_graph* graph);
+
+/*
+ * An input channel of a writer by its index among the audio or the video channels; null when the filter is
+ * not a writer, the index is out of range, or the channels do not exist yet (the framework makes them when it
+ * first iterates the inputs). The filter owns the channel. Thread-safety: any thread once the channels exist.
+ */
+KEL_API kel_channel* kel_writer_get_audio_channel(kel_filter* filter, int32_t index);
+KEL_API kel_channel* kel_writer_get_video_channel(kel_filter* filter, int32_t index);
+
+/* The channel's format record, valid while the filter lives; null when the channel's filter is not a writer.
+ */
+KEL_API kel_channel_format* kel_writer_get_format(kel_channel* channel);
+
+/*
+ * Pulls the next slice of a channel, in the caller's thread. Returns 0 with a slice, or with a slice whose
+ * buffer is null when the channel was paused or flushed; 79 at the end of the stream or after an upstream
+ * error; 11 when the channel is not playing; 22 when the channel's filter is not a writer. The slice's buffer
+ * stays valid until a later call on the same channel finds its container used up; take a reference
+ * (kel_ref_buffer) to keep it longer. Blocks only inside the upstream filter. Thread-safety: one thread per
+ * channel.
+ */
+KEL_API int kel_writer_read_slice(kel_channel* channel, kel_slice* slice);
+
 /* ------------------------------------------------------------------------------------------------------------
  * Entry points shared between the modules of the library; not for clients
  */
+
+/* Framework colour code of a FOURCC (variant: 0 to 2), or 0. Thread-safety: any thread. */
+KEL_API uint32_t kel_fourcc_to_mmf_format(uint32_t fourcc, int32_t bits_per_pixel, uint32_t variant);
+
+/* Screen pixel format of a framework colour code, or 0 (logged at level 3). Thread-safety: any thread. */
+KEL_API int32_t kel_mmf_to_screen_format(uint32_t colour_code);
 
 #ifdef __cplusplus
 }
