@@ -22,6 +22,13 @@
 #include <stdint.h>
 #include <time.h>
 
+#ifndef EGL_NO_PLATFORM_SPECIFIC_TYPES
+#define EGL_NO_PLATFORM_SPECIFIC_TYPES /* EGL's native pixmaps and windows are Screen's handles */
+#endif
+#include <EGL/egl.h>
+#include <EGL/eglext.h>
+#include <GLES2/gl2.h>
+
 #include <mm/mmf.h>
 #include <screen/screen.h>
 #include <sys/cache.h>
@@ -457,10 +464,104 @@ KEL_API struct timespec* ms_to_abs_timespec(struct timespec* out, int32_t ms);
 
 /* ------------------------------------------------------------------------------------------------------------
  * GLES environment and textures
+ *
+ * Order of use: kel_gles_init once per context; then surfaces; then textures (the first surface of the process
+ * loads what they need); kel_gles_deinit, or kel_destroy_context, last. The client opens the EGL display and
+ * terminates it; the library does neither. What a texture shows is the buffer's memory at the moment of the draw.
+ * A pixmap surface draws into the buffer's memory: the pixels are there after glFinish, eglWaitClient,
+ * eglSwapBuffers or a change of the current surface; the top of the picture (clip y = +1) is row 0. Nothing here
+ * is logged.
  */
 
-/* Ends the context's GLES state; nothing when it has none. Thread-safety: the thread of the GLES context. */
+/*
+ * A texture that shows one buffer. Clients bind `texture` themselves; only the library writes the fields.
+ * Owned by the caller, who destroys it with kel_gles_destroy_texture.
+ */
+typedef struct kel_texture {
+    kel_buffer* buffer; /* holds one reference; null when it shows nothing */
+    EGLImageKHR image;  /* made of the buffer's pixmap; 0 when there is none */
+    GLuint texture;     /* GL name; all ones until it is generated */
+    EGLDisplay display; /* private: where `image` was made */
+} kel_texture;
+
+#if defined(__cplusplus) && UINTPTR_MAX == UINT32_MAX
+static_assert(offsetof(kel_texture, buffer) == 0 && offsetof(kel_texture, image) == 4 &&
+                  offsetof(kel_texture, texture) == 8,
+              "layout");
+#endif
+
+/*
+ * Initialises the display and gives the context a GLES 2 context on it: 8 bits of red, green, blue and alpha, a
+ * depth buffer, without multisampling where that can be had. Returns 0 (also, changing nothing, when the context
+ * has GLES state already), 12 (out of memory) or 22 (EGL refuses; null context). The display stays the client's.
+ * Thread-safety: one thread at a time for each context.
+ */
+KEL_API int kel_gles_init(kel_context* context, EGLDisplay display);
+
+/*
+ * Makes nothing current on the calling thread and ends the context's GLES state; nothing when it has none.
+ * Surfaces are the client's to destroy, before or after; textures too, whose GL names end here.
+ * Thread-safety: while no other thread uses the GLES context.
+ */
 KEL_API void kel_gles_deinit(kel_context* context);
+
+/* What kel_gles_init was given and has made; 0 without GLES state. Thread-safety: any thread. */
+KEL_API EGLDisplay kel_gles_get_egl_display(const kel_context* context);
+KEL_API EGLContext kel_gles_get_egl_context(const kel_context* context);
+KEL_API EGLConfig kel_gles_get_egl_config(const kel_context* context);
+
+/*
+ * eglMakeCurrent with the surface for drawing and reading. EGL_FALSE, without any call, when the context, its
+ * GLES state or the surface is null; otherwise EGL's result. Thread-safety: any thread; a GLES context is
+ * current on one thread at a time.
+ */
+KEL_API EGLBoolean kel_gles_make_current(kel_context* context, EGLSurface surface);
+
+/*
+ * Compiles a shader of the type GL_VERTEX_SHADER or GL_FRAGMENT_SHADER from a NUL-terminated text. *status (may
+ * be null) receives GL_COMPILE_STATUS. Returns the shader, compiled or not, for the caller to glDeleteShader, or
+ * 0 with errno EINVAL when GL makes none. `context` is not looked at. Thread-safety: the thread of the GLES context.
+ */
+KEL_API GLuint kel_gles_create_shader(kel_context* context, GLenum type, const char* source, GLint* status);
+
+/*
+ * The same for the text of a file; 0 also when the file cannot be opened (errno as fopen left it), cannot be
+ * measured (errno as left) or its text cannot be held in memory (ENOMEM).
+ */
+KEL_API GLuint kel_gles_create_shader_from_file(kel_context* context, GLenum type, const char* path,
+                                                GLint* status);
+
+/*
+ * A surface that draws into the pool's window, or into the buffer's pixmap, and is left current on the calling
+ * thread; the caller destroys it with eglDestroySurface. 0 when the context, its GLES state or the argument is
+ * null, when the pool is not a window pool with a window (or the buffer not one of a pixmap pool, with a
+ * pixmap), when EGL refuses, or when EGL or GL lack image textures; then no surface is left behind and, where
+ * one was made on the way, nothing is current. The window or pixmap must outlive the drawing.
+ * Thread-safety: any thread on which the GLES context may become current.
+ */
+KEL_API EGLSurface kel_gles_create_window_surface(kel_context* context, kel_buffer_pool* pool);
+KEL_API EGLSurface kel_gles_create_pixmap_surface(kel_context* context, kel_buffer* buffer);
+
+/*
+ * A new texture that shows the slice's whole buffer and holds a reference on it, bound to GL_TEXTURE_2D, with
+ * linear filters and clamped to its edge; row 0 of the buffer is at t = 0. Null: no buffer, a buffer without a
+ * pixmap or of a planar format, no GLES state, out of memory, or no surface made yet in this process.
+ * Thread-safety: the thread of the GLES context.
+ */
+KEL_API kel_texture* kel_gles_texture_from_slice(const kel_slice* slice);
+
+/*
+ * Makes the texture show the slice's buffer instead and binds it; nothing happens when it shows it already.
+ * Returns 0, or 22: as kel_gles_texture_from_slice; the texture then shows nothing, has let go of its buffer and
+ * keeps its GL name: it can be retargeted again. Thread-safety: the thread of the GLES context.
+ */
+KEL_API int kel_gles_retarget_texture(kel_texture* texture, const kel_slice* slice);
+
+/*
+ * Deletes the GL name, lets go of the buffer and sets *texture to null; nothing when *texture is null.
+ * Thread-safety: the thread of the GLES context.
+ */
+KEL_API void kel_gles_destroy_texture(kel_texture** texture);
 
 /* ------------------------------------------------------------------------------------------------------------
  * Video filters
