@@ -458,9 +458,230 @@ KEL_API struct timespec* ms_to_abs_timespec(struct timespec* out, int32_t ms);
  * Audio mixer
  */
 
+/* Sums tracks into the buffers of one audio pool; works in S24.8LE at the pool's rate and channel count. */
+typedef struct kel_audio_mixer kel_audio_mixer;
+
+/* One source of a mixer. It is the client's: it outlives its mixer until it is released. */
+typedef struct kel_audio_mixer_track kel_audio_mixer_track;
+
+/*
+ * A mixer with gain 1.0 that fills buffers of `pool`, an audio pool, which stays the caller's and must outlive it.
+ * Null (logged at level 2) with errno: EINVAL for another or null pool or a format that cannot be converted to,
+ * ENOMEM. The caller destroys it with kel_destroy_audio_mixer. Thread-safety: any thread.
+ */
+KEL_API kel_audio_mixer* kel_create_audio_mixer(kel_buffer_pool* pool);
+
+/*
+ * Destroys the mixer, gives the buffer of a slice that nobody took back to its pool and sets *mixer to null; the
+ * tracks lose their mixer and remain to be released. Returns 0, or 22 when there is nothing to destroy.
+ * Thread-safety: one thread at a time for a mixer and its tracks; so it is for all functions of this section.
+ */
+KEL_API int kel_destroy_audio_mixer(kel_audio_mixer** mixer);
+
+/*
+ * A new track at the mixer's current position, or null (logged at level 2) with errno EINVAL for a null mixer,
+ * ENOMEM. The mixer emits nothing until the track is full, too. The caller releases it.
+ */
+KEL_API kel_audio_mixer_track* kel_acquire_audio_mixer_track(kel_audio_mixer* mixer);
+
+/*
+ * Takes the track out of its mixer and frees it; what it has mixed stays, and a buffer that only waited for it is
+ * emitted. Returns 0, or 22 for null (logged at level 2).
+ */
+KEL_API int kel_release_audio_mixer_track(kel_audio_mixer_track* track);
+
+/*
+ * Converts frames of an audio slice, from frame `start` on, and adds them to the mix with 32-bit wrap-around
+ * (256 full-scale 16-bit tracks fit). Adds at most `max_frames` frames, counted at the mixer's rate, and at most as
+ * many as the track has left; emits a buffer when that fills the last track. The slice stays the caller's.
+ * Returns the frames of the slice that were taken, which for a track that changes the rate may be 0 while frames
+ * were added; or -1 with errno:
+ *  - EINVAL: null track, track without mixer, `start` beyond the slice, negative count;
+ *  - EINVAL (logged at level 2): no audio slice, or a format that cannot be converted;
+ *  - ENOMEM (logged at level 2): no memory for the conversion.
+ */
+KEL_API int32_t kel_feed_audio_mixer_track(kel_audio_mixer_track* track, const kel_slice* slice, int32_t start,
+                                           int32_t max_frames);
+
+/*
+ * Adds silence, at most as much as the track has left. Returns the frames added; `frames` itself when it is below 1;
+ * 22 for null or a track without mixer (logged at level 2).
+ */
+KEL_API int32_t kel_feed_audio_mixer_track_silence(kel_audio_mixer_track* track, int32_t frames);
+
+/*
+ * Frames that the track has in the current buffer, and frames it has left to fill. 22, which is a possible count,
+ * too, for null or a track without mixer (logged at level 2).
+ */
+KEL_API int32_t kel_get_audio_mixer_track_num_samples_mixed(kel_audio_mixer_track* track);
+KEL_API int32_t kel_get_audio_mixer_track_num_samples_left(kel_audio_mixer_track* track);
+
+/* The track's position in frames at the mixer's rate; 0 for null. */
+KEL_API uint64_t kel_get_audio_mixer_track_pts_in_samples(const kel_audio_mixer_track* track);
+
+/*
+ * Emits a buffer if all tracks are full, waiting up to timeout_ms (-1: without limit) for a free one in the pool.
+ * Returns 0 when a slice can be taken, 11 (EAGAIN) when not, 22 for null (logged at level 2).
+ */
+KEL_API int kel_wait_for_audio_mixer(kel_audio_mixer* mixer, int32_t timeout_ms);
+
+/* 1 when a slice can be taken, else 0; for null 0 with errno EINVAL (logged at level 2). Does not wait. */
+KEL_API int kel_audio_mixer_has_buffer(kel_audio_mixer* mixer);
+
+/*
+ * Takes the emitted slice; from then on its buffer is the caller's to release with kel_release_buffer. Until it is
+ * taken nothing further is emitted. Returns 0, 11 (EAGAIN) when there is none, 22 for a null mixer (logged at
+ * level 2) or a null slice. Does not wait.
+ */
+KEL_API int kel_get_audio_mixer_slice(kel_audio_mixer* mixer, kel_slice* slice);
+
+/* The working format, inside the mixer: the pool's rate and channels, S24.8LE. Null for null. */
+KEL_API const kel_audio_format* kel_get_audio_mixer_format(const kel_audio_mixer* mixer);
+
+/*
+ * The gain applied when a buffer is emitted, in steps of 1/256: (value x (gain x 256)) >> 8, saturated. A negative
+ * gain is silence. 0 for null; setting it on null does nothing.
+ */
+KEL_API float kel_get_audio_mixer_global_gain(const kel_audio_mixer* mixer);
+KEL_API void kel_set_audio_mixer_global_gain(kel_audio_mixer* mixer, float gain);
+
+/* Frames in the current buffer: the most that any track has put in since the last emission. 0 for null. */
+KEL_API int32_t kel_get_audio_mixer_buffer_fill(const kel_audio_mixer* mixer);
+
+/*
+ * The position at which the current buffer begins, in frames or, truncated, in microseconds. 0 for null. Setting it
+ * moves the tracks along, each by what it has mixed since; it does nothing for null.
+ */
+KEL_API uint64_t kel_get_audio_mixer_pts_in_samples(const kel_audio_mixer* mixer);
+KEL_API void kel_set_audio_mixer_pts_in_samples(kel_audio_mixer* mixer, uint64_t samples);
+KEL_API uint64_t kel_get_audio_mixer_pts(const kel_audio_mixer* mixer);
+KEL_API void kel_set_audio_mixer_pts(kel_audio_mixer* mixer, uint64_t pts);
+
 /* ------------------------------------------------------------------------------------------------------------
  * Audio filters
  */
+
+/* Flags of a template's port descriptors */
+#define KEL_AUDIO_PORT_INPUT 2u
+#define KEL_AUDIO_PORT_OUTPUT 4u
+#define KEL_AUDIO_PORT_PARAM 8u /* a parameter stream: S16.16LE instead of S24.8LE */
+
+typedef struct kel_audio_filter kel_audio_filter;
+typedef struct kel_audio_filter_class kel_audio_filter_class;
+
+/* What a class does with `frames` frames; returns the frames processed, or -1 with errno. */
+typedef int32_t (*kel_audio_filter_process)(kel_audio_filter* filter, int32_t frames);
+
+/* Sets a biquad's coefficients for f0 (Hz) and q; the last value is not used. */
+typedef void (*kel_audio_filter_coefficients)(kel_audio_filter* filter, double f0, double q, double unused);
+
+/*
+ * A named way in or out of a filter. The client points `data` at its own values, which stay its own, and says how
+ * many there are; `data` may be the same on an input and an output.
+ */
+typedef struct kel_audio_filter_port {
+    const char* name;
+    int32_t index;           /* tells ports of one name apart */
+    uint32_t flags;          /* the descriptor's KEL_AUDIO_PORT_* flags; 0 on biquads */
+    int32_t decimation;      /* frames per value that the filter reads: 1 = every frame */
+    kel_audio_format format; /* S24.8LE, or S16.16LE (1.0 = 65536) for parameters */
+    int32_t* data;           /* interleaved values; set by the client */
+    int32_t capacity;        /* frames of room on an output port; set by the client */
+    int32_t available;       /* frames present on an input port; set by the client */
+} kel_audio_filter_port;
+
+/* A filter made from a table: what it does and its ports. */
+typedef struct kel_audio_filter_port_descriptor {
+    const char* name;
+    int32_t index;
+    uint32_t flags; /* KEL_AUDIO_PORT_* */
+    int32_t decimation;
+    uint32_t reserved[6]; /* zero */
+} kel_audio_filter_port_descriptor;
+
+typedef struct kel_audio_filter_template {
+    kel_audio_filter_process process;
+    uint32_t flags; /* 1 */
+    int32_t ndescriptors;
+    kel_audio_filter_port_descriptor descriptors[3];
+} kel_audio_filter_template;
+
+extern KEL_API const kel_audio_filter_template _kel_gain_filter_tmpl;
+
+/* A row of the registry: a kind of filter. */
+struct kel_audio_filter_class {
+    const char* name;
+    union {
+        const kel_audio_filter_template* tmpl;             /* gain */
+        kel_audio_filter_coefficients update_coefficients; /* biquads */
+    };
+    kel_audio_filter* (*create)(const kel_audio_filter_class* cls, const kel_audio_format* format);
+    void (*destroy)(kel_audio_filter* filter);
+};
+
+/* An instance. Clients read the fields; they write only to the ports. */
+struct kel_audio_filter {
+    const kel_audio_filter_class* cls;
+    kel_audio_filter_process process;
+    kel_audio_format format;        /* rate, channels, S24.8LE */
+    kel_audio_format output_format; /* the same */
+    int32_t ninputs;
+    kel_audio_filter_port* inputs;
+    int32_t noutputs;
+    kel_audio_filter_port* outputs;
+};
+
+/*
+ * The class of that exact name: "gain", "highpass", "lowpass", "bandpass" or "notch"; null with errno ESRCH when
+ * there is none, EINVAL for a null name. Thread-safety: any thread.
+ */
+KEL_API const kel_audio_filter_class* kel_find_audio_filter(const char* name);
+
+/*
+ * A new instance for the format's rate and channels (its type does not matter: audio is S24.8LE), or null with
+ * errno: EINVAL for a null argument, a rate or channel count that is not positive or a class that is not whole,
+ * ENOMEM. The caller destroys it. Ports:
+ *  - gain: inputs "audio" and "gain" (S16.16LE, per value), output "audio";
+ *  - biquads: inputs "audio", "freq" (one channel of Hz x 256, of which every 1024th frame of a block is read) and
+ *    optionally "mix" (S16.16LE, per value: 65536 = filtered, 0 = unfiltered), output "audio". Q is 0.707.
+ * Thread-safety: any thread.
+ */
+KEL_API kel_audio_filter* kel_create_audio_filter(const kel_audio_filter_class* cls, const kel_audio_format* format);
+
+/* Nothing for null or for an instance without a class. Thread-safety: while no thread uses the instance. */
+KEL_API void kel_destroy_audio_filter(kel_audio_filter* filter);
+
+/*
+ * The port of that name and index, owned by the instance; null with errno ESRCH when there is none, EINVAL for a
+ * null argument or a negative index. Thread-safety: any thread.
+ */
+KEL_API kel_audio_filter_port* kel_get_audio_filter_input(kel_audio_filter* filter, const char* name, int32_t index);
+KEL_API kel_audio_filter_port* kel_get_audio_filter_output(kel_audio_filter* filter, const char* name, int32_t index);
+
+/*
+ * Runs the filter over `frames` frames, or as many as the audio input has available and the output has room for.
+ * Returns the frames processed; -1 with errno EINVAL for a null instance, a negative count or a port that needs
+ * data and has none ("mix" alone may go without). Biquads carry their last two frames over to the next call; their
+ * frequency is read anew at the start of each block, then every 1024 frames.
+ *  gain: out = (gain x in) >> 16, saturated to 32 bits.
+ *  biquads: y[n] = b0 x[n] + b1 x[n-1] + b2 x[n-2] - a1 y[n-1] - a2 y[n-2] in double, from left to right, truncated
+ *  and saturated to 32 bits; the coefficients are the well-known ones of R. Bristow-Johnson's cookbook.
+ * Thread-safety: one thread at a time.
+ */
+KEL_API int32_t kel_pump_audio_filter(kel_audio_filter* filter, int32_t frames);
+
+/* The class's name, a static string; null for null. Thread-safety: any thread. */
+KEL_API const char* kel_get_audio_filter_name(const kel_audio_filter_class* cls);
+
+/*
+ * Writes a linear ramp of end - begin frames into one channel of a port, from the start of its data: it starts at
+ * `from` and stops one step short of `to`, with which the next block begins. The values are in the port's unit (Hz,
+ * or 1.0 for full). Returns the frames written (0 when end is not after begin), or -1 with errno EINVAL: a null port,
+ * a port without data, a channel that it has not, or another type than S24.8LE and S16.16LE.
+ * Thread-safety: one thread at a time.
+ */
+KEL_API int32_t kel_linint_audio_param(kel_audio_filter_port* port, int32_t channel, int32_t begin, int32_t end,
+                                       float from, float to);
 
 /* ------------------------------------------------------------------------------------------------------------
  * GLES environment and textures

@@ -1,0 +1,361 @@
+// Audio filters: registry, ports, ramps, and every kernel held against the plain formulas.
+#include <exactmath.h>
+#include <kel.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <complex>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "audio/filter_kernels.hpp"
+#include "support/faults.hpp"
+#include "support/simd_variants.hpp"
+#include "support/threads.hpp"
+
+namespace {
+
+using Values = std::vector<int32_t>;
+using Filter = std::unique_ptr<kel_audio_filter, decltype(&kel_destroy_audio_filter)>;
+
+constexpr int32_t lowest = INT32_MIN, highest = INT32_MAX;
+constexpr int32_t guard = 0x5eed5eed;
+const char* const biquads[] = {"highpass", "lowpass", "bandpass", "notch"};
+
+Filter make(const char* name, int32_t channels = 2, int32_t rate = 48000) {
+    const kel_audio_format format = {rate, channels, KEL_AUDIO_TYPE_S16LE};
+    return {kel_create_audio_filter(kel_find_audio_filter(name), &format), kel_destroy_audio_filter};
+}
+
+void give(kel_audio_filter_port* port, Values& values) {
+    port->data = values.data();
+    port->capacity = port->available = static_cast<int32_t>(values.size()) / port->format.channels;
+}
+
+// Values of all sizes: every count of significant bits is as likely.
+Values random_values(std::mt19937& random, size_t count) {
+    Values values(count);
+    for (int32_t& value : values) value = static_cast<int32_t>(random()) >> random() % 32;
+    return values;
+}
+
+int32_t truncated(double value) {
+    return static_cast<int32_t>(std::clamp(std::trunc(value), -2147483648.0, 2147483647.0));
+}
+
+int32_t shifted(int64_t value) {
+    return static_cast<int32_t>(std::clamp<int64_t>(value >> 16, lowest, highest));
+}
+
+int64_t product(int64_t a, int64_t b) {
+    return a * b;
+}
+
+// The filters' formulas, one value at a time.
+struct SlowBiquad {
+    double a1, a2, b0, b1, b2;
+    Values x, y;  // two frames each
+
+    SlowBiquad(int32_t channels) : x(2 * static_cast<size_t>(channels)), y(x) {}
+
+    void set(const std::string& name, double f0, double rate) {
+        const double w0 = 6.283185307179586 * f0 / rate;
+        const double c = platform_cos(w0), alpha = platform_sin(w0) / (2 * 0.707), a0 = 1 + alpha;
+        const bool high = name == "highpass", low = name == "lowpass", band = name == "bandpass";
+        b0 = (high ? (1 + c) / 2 : low ? (1 - c) / 2 : band ? alpha : 1) / a0;
+        b1 = (high ? -(1 + c) : low ? 1 - c : band ? 0 : -2 * c) / a0;
+        b2 = (high ? (1 + c) / 2 : low ? (1 - c) / 2 : band ? -alpha : 1) / a0;
+        a1 = -2 * c / a0;
+        a2 = (1 - alpha) / a0;
+    }
+
+    void run(const Values& in, const Values* mix, Values& out, size_t begin, size_t end) {
+        const size_t channels = x.size() / 2;
+        for (size_t i = begin * channels; i < end * channels; ++i) {
+            const size_t older = i % channels, newer = older + channels;
+            const int32_t value =
+                truncated(b0 * in[i] + b1 * x[newer] + b2 * x[older] - a1 * y[newer] - a2 * y[older]);
+            x[older] = x[newer], x[newer] = in[i];
+            y[older] = y[newer], y[newer] = value;
+            const int64_t wet = mix ? (*mix)[i] : 65536;
+            out[i] = shifted(product(wet, value) + product(65536 - wet, in[i]));
+        }
+    }
+
+    std::complex<double> response(double w) const {
+        const auto z = std::polar(1.0, -w);
+        return (b0 + b1 * z + b2 * z * z) / (1.0 + a1 * z + a2 * z * z);
+    }
+};
+
+TEST(FilterRegistry, FindsExactNamesOnly) {
+    const char* const names[] = {"gain", "highpass", "lowpass", "bandpass", "notch"};
+    const kel_audio_filter_class* first = kel_find_audio_filter("gain");
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(kel_find_audio_filter(names[i]), first + i);
+        EXPECT_STREQ(kel_get_audio_filter_name(first + i), names[i]);
+    }
+    EXPECT_EQ(first[5].name, nullptr);
+    EXPECT_EQ(first->tmpl, &_kel_gain_filter_tmpl);
+    EXPECT_EQ(kel_get_audio_filter_name(nullptr), nullptr);
+    for (const char* name : {"Notch", "peak", ""}) {
+        errno = 0;
+        EXPECT_EQ(kel_find_audio_filter(name), nullptr);
+        EXPECT_EQ(errno, ESRCH) << name;
+    }
+}
+
+TEST(FilterRegistry, PortsAreAsListed) {
+    constexpr uint32_t audio = KEL_AUDIO_TYPE_S24_8LE, param = KEL_AUDIO_TYPE_S16_16LE;
+    const struct {
+        const char* filter;
+        bool input;
+        const char* name;
+        uint32_t flags;
+        int32_t decimation, channels;
+        uint32_t type;
+    } rows[] = {
+        {"gain", true, "audio", 2, 1, 3, audio},    {"gain", true, "gain", 10, 1, 3, param},
+        {"gain", false, "audio", 4, 1, 3, audio},   {"notch", true, "audio", 0, 1, 3, audio},
+        {"notch", true, "freq", 0, 1024, 1, audio}, {"notch", true, "mix", 0, 1, 3, param},
+        {"notch", false, "audio", 0, 1, 3, audio},
+    };
+    for (const auto& row : rows) {
+        const Filter filter = make(row.filter, 3, 8000);
+        const auto* port = row.input ? kel_get_audio_filter_input(filter.get(), row.name, 0)
+                                     : kel_get_audio_filter_output(filter.get(), row.name, 0);
+        ASSERT_TRUE(port) << row.filter << row.name;
+        EXPECT_EQ(port->flags, row.flags);
+        EXPECT_EQ(port->decimation, row.decimation);
+        const kel_audio_format expected = {8000, row.channels, row.type};
+        EXPECT_FALSE(kel_audio_formats_differ(&port->format, &expected)) << row.filter << row.name;
+        const kel_audio_format whole = {8000, 3, audio};
+        EXPECT_FALSE(kel_audio_formats_differ(&filter->format, &whole));
+        EXPECT_FALSE(kel_audio_formats_differ(&filter->output_format, &whole));
+        EXPECT_EQ(filter->ninputs, row.filter[0] == 'g' ? 2 : 3);
+        EXPECT_EQ(filter->noutputs, 1);
+    }
+}
+
+TEST(FilterRegistry, Refusals) {
+    const Filter gain = make("gain"), notch = make("notch");
+    const kel_audio_format good = {48000, 2, 0}, no_rate = {0, 2, 0}, no_channels = {48000, 0, 0};
+    const kel_audio_filter_class* gain_class = gain->cls;
+    kel_audio_filter_class hollow[] = {*gain_class, *notch->cls};
+    hollow[0].tmpl = nullptr;
+    hollow[1].update_coefficients = nullptr;
+    kel_audio_filter_port odd = {}, *mix = kel_get_audio_filter_input(notch.get(), "mix", 0);
+    int32_t value = 0;
+    odd.format = {48000, 1, KEL_AUDIO_TYPE_S16LE};
+    odd.data = &value;
+    const auto refused = [](auto result, int error) {
+        const int got = errno;
+        errno = 0;
+        if constexpr (std::is_pointer_v<decltype(result)>)
+            return result == nullptr && got == error;
+        else
+            return result == -1 && got == error;
+    };
+    errno = 0;
+    EXPECT_TRUE(refused(kel_find_audio_filter(nullptr), EINVAL));
+    EXPECT_TRUE(refused(kel_create_audio_filter(nullptr, &good), EINVAL));
+    EXPECT_TRUE(refused(kel_create_audio_filter(gain_class, nullptr), EINVAL));
+    EXPECT_TRUE(refused(kel_create_audio_filter(gain_class, &no_rate), EINVAL));
+    EXPECT_TRUE(refused(kel_create_audio_filter(notch->cls, &no_channels), EINVAL));
+    for (const auto& cls : hollow)
+        EXPECT_TRUE(refused(kel_create_audio_filter(&cls, &good), EINVAL)) << cls.name;
+    for (auto* find : {kel_get_audio_filter_input, kel_get_audio_filter_output}) {
+        EXPECT_TRUE(refused(find(nullptr, "audio", 0), EINVAL));
+        EXPECT_TRUE(refused(find(gain.get(), nullptr, 0), EINVAL));
+        EXPECT_TRUE(refused(find(gain.get(), "audio", -1), EINVAL));
+        EXPECT_TRUE(refused(find(gain.get(), "audio", 1), ESRCH));
+        EXPECT_TRUE(refused(find(gain.get(), "mix", 0), ESRCH));
+    }
+    EXPECT_TRUE(refused(kel_linint_audio_param(nullptr, 0, 0, 1, 0, 1), EINVAL));
+    EXPECT_TRUE(refused(kel_linint_audio_param(&odd, 0, 0, 1, 0, 1), EINVAL));
+    EXPECT_TRUE(refused(kel_linint_audio_param(mix, 0, 0, 1, 0, 1), EINVAL)) << "no data";
+    mix->data = &value;
+    for (int32_t channel : {-1, 2})
+        EXPECT_TRUE(refused(kel_linint_audio_param(mix, channel, 0, 1, 0, 1), EINVAL));
+    EXPECT_TRUE(refused(kel_pump_audio_filter(nullptr, 0), EINVAL));
+    kel_destroy_audio_filter(nullptr);
+    kel_audio_filter classless = {};
+    kel_destroy_audio_filter(&classless);
+
+    // Each port that needs data, in turn, has none.
+    for (kel_audio_filter* filter : {gain.get(), notch.get()}) {
+        Values values(2048);
+        std::vector<kel_audio_filter_port*> needed = {filter->inputs, filter->inputs + 1, filter->outputs};
+        for (auto* missing : needed) {
+            for (auto* port : needed) give(port, values);
+            missing->data = nullptr;
+            EXPECT_TRUE(refused(kel_pump_audio_filter(filter, 4), EINVAL));
+            EXPECT_TRUE(refused(kel_pump_audio_filter(filter, -1), EINVAL));
+        }
+        EXPECT_EQ(values, Values(2048));
+    }
+}
+
+TEST(FilterRegistry, FailedAllocationsLeaveNothing) {
+    for (const char* name : {"gain", "bandpass"}) {
+        const int tried =
+            kel_test::sweep_faults({}, [&](const kel_test::Fault* fault, kel_test::LogCapture& log) {
+                errno = 0;
+                const Filter filter = make(name);
+                EXPECT_EQ(filter == nullptr, fault != nullptr);
+                EXPECT_EQ(errno, fault ? ENOMEM : 0);
+                EXPECT_TRUE(log.messages().empty());
+            });
+        EXPECT_EQ(tried, name[0] == 'g' ? 3 : 5);
+    }
+}
+
+TEST(FilterParameters, Ramps) {
+    const struct {
+        uint32_t type;
+        int32_t channels, channel, begin, end;
+        float from, to;
+        Values expected;
+    } rows[] = {
+        {KEL_AUDIO_TYPE_S16_16LE, 2, 1, 0, 4, 0, 1, {guard, 0, guard, 16384, guard, 32768, guard, 49152}},
+        {KEL_AUDIO_TYPE_S24_8LE, 1, 0, 7, 10, 100, 100, {25600, 25600, 25600, guard}},
+        {KEL_AUDIO_TYPE_S24_8LE, 1, 0, -1, 2, -1, 0.5f, {-256, -128, 0, guard}},
+        {KEL_AUDIO_TYPE_S24_8LE, 1, 0, 0, 2, 1e9f, -3e9f, {highest, lowest, guard}},
+        {KEL_AUDIO_TYPE_S16_16LE, 1, 0, 5, 5, 0, 1, {guard}},
+        {KEL_AUDIO_TYPE_S16_16LE, 1, 0, highest, lowest, 0, 1, {guard}},
+        {KEL_AUDIO_TYPE_S16_16LE, 1, 0, 0, 1, NAN, 1, {0, guard}},
+    };
+    for (const auto& row : rows) {
+        Values values(row.expected.size(), guard);
+        kel_audio_filter_port port = {};
+        port.format = {48000, row.channels, row.type};
+        give(&port, values);
+        const int64_t count = std::max<int64_t>(int64_t{row.end} - row.begin, 0);
+        EXPECT_EQ(kel_linint_audio_param(&port, row.channel, row.begin, row.end, row.from, row.to), count);
+        EXPECT_EQ(values, row.expected);
+    }
+}
+
+// Every variant of every kernel against the formulas, at all alignments and tails, guards around the output.
+TEST(FilterKernels, EqualTheFormulas) {
+    std::mt19937 random(kel_test::random_seed());
+    for (const auto* kernels : KEL_TEST_SIMD_VARIANTS(filter_table)) {
+        for (size_t count = 0; count < 70; ++count) {
+            const size_t offset = count % 5;
+            Values in = random_values(random, count + offset), gains = random_values(random, count + offset);
+            if (count > 3) in[offset] = lowest, gains[offset] = lowest, in[offset + 1] = highest;
+            Values expected(count + 2 * offset + 1, guard), out = expected;
+            for (size_t i = offset; i < in.size(); ++i) expected[i] = shifted(product(gains[i], in[i]));
+            kernels->gain(out.data() + offset, in.data() + offset, gains.data() + offset, count);
+            ASSERT_EQ(out, expected) << count;
+            kernels->gain(in.data() + offset, in.data() + offset, gains.data() + offset, count);
+            ASSERT_TRUE(std::equal(in.begin() + offset, in.end(), out.begin() + offset)) << "in place";
+        }
+        for (int round = 0; round < kel_test::stress_rounds(400); ++round) {
+            const size_t channels = 1 + random() % 5, frames = random() % 600;
+            Values in = random_values(random, frames * channels), mix = random_values(random, in.size());
+            if (round % 4 == 0) {  // square waves make the filters overshoot
+                for (int32_t& value : in) value = value < 0 ? lowest : highest;
+                for (int32_t& value : mix) value >>= 1;  // the sum of two products fits 64 bits
+            }
+            SlowBiquad slow(static_cast<int32_t>(channels));
+            slow.set(biquads[random() % 4], random() % 24000, 48000);
+            Values x = slow.x, y = slow.y, expected(in.size() + 1, guard), out = expected;
+            const bool mixed = round % 3 == 0, in_place = round % 2 == 0;
+            if (in_place) std::copy(in.begin(), in.end(), out.begin());
+            slow.run(in, mixed ? &mix : nullptr, expected, 0, frames);
+            kernels->biquad({slow.a1, slow.a2, slow.b0, slow.b1, slow.b2},
+                            {in_place ? out.data() : in.data(), mixed ? mix.data() : nullptr, out.data(),
+                             x.data(), y.data(), channels, frames});
+            ASSERT_EQ(out, expected) << channels << " channels, " << frames << " frames";
+            ASSERT_EQ(x, slow.x);
+            ASSERT_EQ(y, slow.y);
+        }
+    }
+}
+
+TEST(GainFilter, ProcessesWhatAllPortsAllow) {
+    const Filter gain = make("gain");
+    Values in = {-3, 0x40000000, 5, 6, 7, 8}, gains = {32768, 131072, 65536, 0, 1, 1}, out(6, guard);
+    give(gain->inputs, in), give(gain->inputs + 1, gains), give(gain->outputs, out);
+    gain->outputs->capacity = 2;
+    EXPECT_EQ(kel_pump_audio_filter(gain.get(), 3), 2);
+    EXPECT_EQ(out, (Values{-2, highest, 5, 0, guard, guard}));
+    EXPECT_EQ(kel_pump_audio_filter(gain.get(), 1), 1);
+    gain->inputs->available = -1;
+    EXPECT_EQ(kel_pump_audio_filter(gain.get(), 3), 0);
+}
+
+// Random blocks through the interface: sections of 1024 frames, state carried over, optional mix, no allocation.
+TEST(BiquadFilter, BlocksEqualTheFormulas) {
+    std::mt19937 random(kel_test::random_seed());
+    for (const char* name : biquads) {
+        for (int32_t channels : {1, 2, 3}) {
+            const Filter filter = make(name, channels, 44100);
+            SlowBiquad slow(channels);
+            const kel_test::Faults counter;
+            for (int block = 0; block < 8; ++block) {
+                const auto frames = static_cast<int32_t>(block < 2 ? block : random() % 4000);
+                const size_t count = static_cast<size_t>(frames * channels);
+                Values in = random_values(random, count), mix = random_values(random, count), out(count),
+                       freq;
+                in.reserve(1), out.reserve(1);
+                for (int32_t i = 0; i <= frames; ++i)
+                    freq.push_back(static_cast<int32_t>(random() % (20000 << 8)));
+                give(filter->inputs, in), give(filter->inputs + 1, freq), give(filter->outputs, out);
+                kel_get_audio_filter_input(filter.get(), "mix", 0)->data = block % 2 ? mix.data() : nullptr;
+                Values expected(count);
+                for (int32_t s = 0; s < frames; s += 1024) {
+                    slow.set(name, freq[static_cast<size_t>(s)] / 256.0, 44100);
+                    slow.run(in, block % 2 ? &mix : nullptr, expected, static_cast<size_t>(s),
+                             static_cast<size_t>(std::min(s + 1024, frames)));
+                }
+                ASSERT_EQ(kel_pump_audio_filter(filter.get(), frames + 1), frames);
+                ASSERT_EQ(out, expected) << name << " block " << block;
+            }
+            EXPECT_EQ(counter.allocations(), 0);
+        }
+    }
+}
+
+TEST(BiquadFilter, TruncationSettlesBelowAConstantInput) {
+    const Filter filter = make("lowpass", 1);
+    Values in(20000, 25600), freq(20000, 1000 << 8), out(20000);
+    give(filter->inputs, in), give(filter->inputs + 1, freq), give(filter->outputs, out);
+    ASSERT_EQ(kel_pump_audio_filter(filter.get(), 20000), 20000);
+    EXPECT_EQ(out.back(), 25590);
+}
+
+// Sines at full scale follow the textbook response within 0.1 dB wherever it is above -60 dB.
+TEST(BiquadFilter, SinesFollowTheTextbook) {
+    constexpr size_t frames = 24000;
+    for (const char* name : biquads) {
+        SlowBiquad textbook(1);
+        textbook.set(name, 1000, 48000);
+        for (double hertz = 30; hertz < 22000; hertz *= 1.7) {
+            hertz = std::round(hertz / 10) * 10;  // whole periods in the measured half
+            const double w = 2 * M_PI * hertz / 48000;
+            const Filter filter = make(name, 1);
+            Values in(frames), freq(frames, 1000 << 8), out(frames);
+            for (size_t n = 0; n < frames; ++n)
+                in[n] = static_cast<int32_t>(1e9 * std::sin(w * static_cast<double>(n)));
+            give(filter->inputs, in), give(filter->inputs + 1, freq), give(filter->outputs, out);
+            ASSERT_EQ(kel_pump_audio_filter(filter.get(), frames), static_cast<int32_t>(frames));
+            std::complex<double> sum = 0;
+            for (size_t n = frames / 2; n < frames; ++n)
+                sum += double(out[n]) * std::polar(1.0, -w * static_cast<double>(n));
+            const double level = 20 * std::log10(std::abs(sum) / (frames / 4) / 1e9);
+            const double expected = 20 * std::log10(std::abs(textbook.response(w)));
+            if (expected > -60) {
+                EXPECT_NEAR(level, expected, 0.1) << name << " at " << hertz << " Hz";
+            }
+        }
+    }
+}
+
+}  // namespace
