@@ -30,7 +30,7 @@ kel_context* kel_create_context() {
 }
 
 void kel_destroy_context(kel_context** context) {
-    if (!*context) return;
+    if (!context || !*context) return;
     kel_text_deinit(*context);
     kel_gles_deinit(*context);
     screen_destroy_context((*context)->screen_context);

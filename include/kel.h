@@ -91,7 +91,7 @@ KEL_API kel_context* kel_create_context(void);
 
 /*
  * Ends the context's text state, then its GLES state, then its Screen connection, and sets *context to null.
- * Nothing when *context is null. Thread-safety: while no thread uses the context or anything made against it.
+ * Nothing when context or *context is null. Thread-safety: while no thread uses the context or anything made against it.
  */
 KEL_API void kel_destroy_context(kel_context** context);
 

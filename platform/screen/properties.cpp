@@ -8,10 +8,6 @@ constexpr int every_usage = SCREEN_USAGE_DISPLAY | SCREEN_USAGE_READ | SCREEN_US
                             SCREEN_USAGE_OPENVG | SCREEN_USAGE_VIDEO | SCREEN_USAGE_CAPTURE |
                             SCREEN_USAGE_ROTATION;
 
-bool is_dimension(int value) {
-    return value >= 1 && value <= largest_dimension;
-}
-
 }  // namespace
 
 int check_format(const int* values) {
@@ -22,8 +18,9 @@ int check_usage(const int* values) {
     return (values[0] & ~every_usage) == 0 ? 0 : EINVAL;
 }
 
+// A size below one is taken: it means no buffers, and making some is what is refused.
 int check_buffer_size(const int* values) {
-    return is_dimension(values[0]) && is_dimension(values[1]) ? 0 : EINVAL;
+    return values[0] <= largest_dimension && values[1] <= largest_dimension ? 0 : EINVAL;
 }
 
 }  // namespace platform::screen

@@ -25,7 +25,7 @@ constexpr int_property<window_record> window_properties[] = {
     surface_properties<window_record>[0],
     surface_properties<window_record>[1],
     surface_properties<window_record>[2],
-    { SCREEN_PROPERTY_SOURCE_SIZE, 2, [](window_record& w) { return w.source_size; }, check_size },
+    { SCREEN_PROPERTY_SOURCE_SIZE, 2, [](window_record& w) { return w.source_size; }, accept_any },
     { SCREEN_PROPERTY_SIZE, 2, [](window_record& w) { return w.size; }, check_size },
     { SCREEN_PROPERTY_POSITION, 2, [](window_record& w) { return w.position; }, accept_any },
     {SCREEN_PROPERTY_ZORDER, 1, [](window_record& w) { return &w.zorder; }, accept_any},

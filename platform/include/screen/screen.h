@@ -60,7 +60,7 @@ enum {
 
 /* Properties, by number. */
 enum {
-    SCREEN_PROPERTY_BUFFER_SIZE = 5,            /* iv 2: width, height in pixels */
+    SCREEN_PROPERTY_BUFFER_SIZE = 5,            /* iv 2: width, height in pixels; below 1: no buffers */
     SCREEN_PROPERTY_DISPLAY = 11,               /* pv: the display of a window */
     SCREEN_PROPERTY_FORMAT = 14,                /* iv 1: SCREEN_FORMAT_* */
     SCREEN_PROPERTY_PHYSICALLY_CONTIGUOUS = 32, /* iv 1: 0 or 1 */
