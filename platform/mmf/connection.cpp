@@ -77,7 +77,9 @@ int make_pool(mmf_connection& connection) {
     return connection.allocator->allocate_memory_pool(&connection.pool, channel, &attributes);
 }
 
-void clear_format(kel_channel* channel, uint32_t flag) { channel->flags &= ~flag; }
+void clear_format(kel_channel* channel, uint32_t flag) {
+    channel->flags &= ~flag;
+}
 
 int join(mmf_connection& connection) {
     kel_channel* output = connection.output;
@@ -109,7 +111,8 @@ int join(mmf_connection& connection) {
     rollback free_containers([&] { platform::mmf::free_mra_pools(output); });
     if (const int error = connection.upstream->set_memory_pool(output, connection.allocator, connection.pool))
         return error;
-    if (const int error = connection.downstream->set_memory_pool(input, connection.allocator, connection.pool))
+    if (const int error =
+            connection.downstream->set_memory_pool(input, connection.allocator, connection.pool))
         return error;
 
     free_containers.dismiss();

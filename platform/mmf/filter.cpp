@@ -26,7 +26,8 @@ void listen_to_events(kel_filter* filter) {
     if (!events) return;
     events->set_event_poster(filter, post_event);
     int type = 0;
-    for (int cursor = 0; events->iterate_events(filter, &type, &cursor) == 0;) events->enable_event(filter, type);
+    for (int cursor = 0; events->iterate_events(filter, &type, &cursor) == 0;)
+        events->enable_event(filter, type);
 }
 
 const mmf_filter_interface* maker(const AOHandle_t* handle) {

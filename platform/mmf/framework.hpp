@@ -11,7 +11,8 @@
 #include <vector>
 
 struct mm_graph {
-    std::vector<kel_filter*> filters;  // in the order of their making: sources before what they feed, by custom
+    std::vector<kel_filter*>
+        filters;  // in the order of their making: sources before what they feed, by custom
     std::vector<std::unique_ptr<mmf_connection>> connections;
     std::mutex event_mutex;
     struct event {

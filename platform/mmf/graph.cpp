@@ -22,7 +22,9 @@ int control(mm_graph* graph, int (*mmf_control_interface::*callback)(kel_filter*
 
 }  // namespace
 
-mm_graph* MmCreateGraph() { return new (std::nothrow) mm_graph; }
+mm_graph* MmCreateGraph() {
+    return new (std::nothrow) mm_graph;
+}
 
 int MmDestroyGraph(mm_graph* graph) {
     if (!graph) return EINVAL;
@@ -33,13 +35,21 @@ int MmDestroyGraph(mm_graph* graph) {
     return 0;
 }
 
-int MmStart(mm_graph* graph) { return control(graph, &mmf_control_interface::start); }
+int MmStart(mm_graph* graph) {
+    return control(graph, &mmf_control_interface::start);
+}
 
-int MmResume(mm_graph* graph) { return control(graph, &mmf_control_interface::resume); }
+int MmResume(mm_graph* graph) {
+    return control(graph, &mmf_control_interface::resume);
+}
 
-int MmPause(mm_graph* graph) { return control(graph, &mmf_control_interface::pause); }
+int MmPause(mm_graph* graph) {
+    return control(graph, &mmf_control_interface::pause);
+}
 
-int MmStop(mm_graph* graph) { return control(graph, &mmf_control_interface::stop); }
+int MmStop(mm_graph* graph) {
+    return control(graph, &mmf_control_interface::stop);
+}
 
 int MmSeek(mm_graph* graph, uint64_t pts) {
     if (!graph) return EINVAL;

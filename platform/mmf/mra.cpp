@@ -45,7 +45,9 @@ std::mutex mutex;
 std::condition_variable returned;
 std::map<std::uintptr_t, std::unique_ptr<mmf_mra_pool>> pools;
 
-std::uintptr_t address(const void* pointer) { return reinterpret_cast<std::uintptr_t>(pointer); }
+std::uintptr_t address(const void* pointer) {
+    return reinterpret_cast<std::uintptr_t>(pointer);
+}
 
 std::uintptr_t key_of(const mmf_mra_pool& pool) {
     return address(pool.containers.data() + pool.containers.size());
@@ -177,7 +179,8 @@ int MmfGetMraPropertyElement(const mmf_mra* mra, int index, int* type, uint32_t*
     return 0;
 }
 
-int MmfGetMraBufferElement(const mmf_mra* mra, int index, kel_mmf_buffer** record, void** data, uint32_t* size) {
+int MmfGetMraBufferElement(const mmf_mra* mra, int index, kel_mmf_buffer** record, void** data,
+                           uint32_t* size) {
     element found{};
     const int error = record && data && size ? get_element(mra, index, MM_ELEMENT_BUFFER, found) : EINVAL;
     if (error != 0) return error;
