@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "audio/simd.hpp"
+#include "core/simd.hpp"
 
 namespace kel {
 

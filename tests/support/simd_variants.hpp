@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "audio/simd.hpp"
+#include "core/simd.hpp"
 
 #if defined(__x86_64__)
 #define KEL_TEST_SIMD_VARIANTS(name)                       \

@@ -1,5 +1,5 @@
 // Which instructions the processor has and the operating system saves.
-#include "audio/simd.hpp"
+#include "core/simd.hpp"
 
 #if defined(__x86_64__)
 #include <cpuid.h>
