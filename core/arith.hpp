@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <type_traits>
 
 namespace kel {
 
@@ -11,6 +12,13 @@ namespace kel {
 template <typename T>
 [[nodiscard]] bool multiply(T a, T b, T& product) {
     return !__builtin_mul_overflow(a, b, &product);
+}
+
+// a + b modulo the type's range.
+template <typename T>
+constexpr T wrapping_add(T a, T b) {
+    using bits = std::make_unsigned_t<T>;
+    return static_cast<T>(static_cast<bits>(a) + static_cast<bits>(b));
 }
 
 // The next multiple of a power of two at or above value.

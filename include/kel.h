@@ -796,8 +796,79 @@ KEL_API void kel_gles_destroy_texture(kel_texture** texture);
  * Fonts and text
  */
 
-/* Ends the context's text state; nothing when it has none. Thread-safety: while nobody uses the text state. */
+/* kel_text_style.halign: which part of the ink, as measured, lies at the given x; other values act as left. */
+enum { KEL_TEXT_HALIGN_CENTER = 0, KEL_TEXT_HALIGN_LEFT = 1, KEL_TEXT_HALIGN_RIGHT = 2 };
+
+/* kel_text_style.valign: what lies at the given y; other values act as baseline. */
+enum {
+    KEL_TEXT_VALIGN_BASELINE = 0,
+    KEL_TEXT_VALIGN_BOTTOM = 1,
+    KEL_TEXT_VALIGN_CENTER = 2,
+    KEL_TEXT_VALIGN_TOP = 3
+};
+
+/* How text looks; owned by the caller and only read during a call. */
+typedef struct kel_text_style {
+    const char* font_path; /* file in a format that FreeType reads; the path as written is the font's key */
+    uint32_t color;        /* 0xAARRGGBB */
+    int32_t size;          /* points, at 160 dots per inch */
+    int32_t halign;        /* KEL_TEXT_HALIGN_* */
+    int32_t valign;        /* KEL_TEXT_VALIGN_* */
+} kel_text_style;
+
+/* One of FreeType's error codes and its text. */
+typedef struct kel_ft_error {
+    int code;
+    const char* text;
+} kel_ft_error;
+
+/* FreeType's own error list, in its order, as of the version built against; the last entry's text is null. */
+extern KEL_API const kel_ft_error ft_errors[];
+
+/*
+ * Gives the context a text state: FreeType and an empty list of fonts, which are loaded by the first call that
+ * names them and stay until kel_text_deinit. Returns 0 (also when there is one already), 12 out of memory, or
+ * 22: null context, or FreeType or a mutex cannot be made (logged at level 2).
+ * Thread-safety: one thread at a time on one context.
+ */
+KEL_API int kel_text_init(kel_context* context);
+
+/*
+ * Ends the context's text state with all its fonts; nothing when it has none. kel_destroy_context does it too.
+ * Thread-safety: while nobody uses the text state.
+ */
 KEL_API void kel_text_deinit(kel_context* context);
+
+/*
+ * Draws one line of UTF-8 (up to the first invalid sequence) into a frame of 4-byte pixels, stored blue, green,
+ * red, alpha. `position` is the pen origin on the baseline, moved as the style's alignment says, in pixels from
+ * the buffer's first pixel; the slice's width and height clip, its x and y are not applied. A pixel with
+ * coverage v (1 to 255) is overwritten, not blended: by the colour, with alpha v * A / 255 (truncated); others
+ * stay. `drawn` (may be null) receives the ink's rectangle, whether visible or not.
+ * The context is that of the buffer's pool. Returns the number of glyphs drawn; glyphs outside the frame are
+ * left out. 0 without a font (logged at level 2), and when FreeType cannot render a glyph (logged; those before
+ * it stay in the frame and `drawn` is untouched).
+ * Thread-safety: any thread, also with the same font; the caller owns the frame meanwhile.
+ */
+KEL_API int kel_text_draw(const kel_slice* slice, const char* utf8, const kel_point* position,
+                          const kel_text_style* style, kel_rect* drawn);
+
+/*
+ * As kel_text_draw, but sized so that the text's ink fits into `box` (pixels) with its aspect ratio kept; the
+ * style's size is not used. Where the box leaves room, the style's alignment places the text: horizontally when
+ * the height limits, vertically when the width does. Text without ink draws nothing and gives 0.
+ */
+KEL_API int kel_text_draw_in_bb(const kel_slice* slice, const char* utf8, const kel_rect* box,
+                                const kel_text_style* style, kel_rect* drawn);
+
+/*
+ * A new acquired RGBA8888 pixmap buffer in a pool of its own, as large as the text's ink and showing the text
+ * (alignment is not applied). `usage`: SCREEN_USAGE_* bits. The caller gives it back with kel_release_buffer.
+ * Null (logged at level 2) without a font, for text without ink, or when the pixmap cannot be made.
+ * Thread-safety: any thread.
+ */
+KEL_API kel_buffer* kel_text_create(kel_context* context, const char* utf8, const kel_text_style* style,
+                                    int usage);
 
 /* ------------------------------------------------------------------------------------------------------------
  * Blits, fills and images

@@ -1,0 +1,79 @@
+#include "video/test_fonts.hpp"
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <stdexcept>
+
+namespace kel_test {
+namespace {
+
+// Printable ASCII, 10 x 12 pixels each; rows of bits made from the character's code, so that all differ.
+std::string bitmap_font() {
+    std::ostringstream out;
+    out << "STARTFONT 2.1\nFONT -test-blocks-medium-r-normal--12-54-160-160-c-110-iso10646-1\n"
+           "SIZE 5 160 160\nFONTBOUNDINGBOX 10 12 0 -2\nSTARTPROPERTIES 4\nFONT_ASCENT 10\nFONT_DESCENT 2\n"
+           "CHARSET_REGISTRY \"ISO10646\"\nCHARSET_ENCODING \"1\"\nENDPROPERTIES\nCHARS 95\n";
+    for (unsigned code = 32; code < 127; ++code) {
+        const int rows = code == 32 ? 0 : 12;
+        out << "STARTCHAR c" << code << "\nENCODING " << code << "\nSWIDTH 500 0\nDWIDTH 11 0\nBBX "
+            << (rows ? 10 : 0) << " " << rows << " 0 -2\nBITMAP\n";
+        for (int row = 0; row < rows; ++row) {
+            char bits[8];
+            std::snprintf(bits, sizeof bits, "%04X", (code * 2654435761u >> row & 0x3FF) << 6 | 0x8040);
+            out << bits << "\n";
+        }
+        out << "ENDCHAR\n";
+    }
+    out << "ENDFONT\n";
+    return out.str();
+}
+
+// Overwrites a part of the outlines, so that some glyphs load, some differ and some are refused.
+std::string spoilt_font(std::string bytes) {
+    const size_t entry = bytes.find("glyf") + 8;
+    size_t offset = 0;
+    for (int i = 0; i < 4; ++i) offset = offset << 8 | static_cast<unsigned char>(bytes.at(entry + i));
+    for (size_t i = 2000; i < 9000; i += 53) bytes.at(offset + i) = static_cast<char>(i * 29);
+    return bytes;
+}
+
+}  // namespace
+
+std::string read_file(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file) throw std::runtime_error("no font " + path + ": install its package");
+    return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+std::string file_of(const std::string& bytes) {
+    const int file = memfd_create("font", MFD_CLOEXEC);
+    if (write(file, bytes.data(), bytes.size()) != ssize_t(bytes.size())) throw std::runtime_error("memfd");
+    return "/proc/self/fd/" + std::to_string(file);
+}
+
+const std::vector<TestFont>& test_fonts() {
+    static const std::string folder = "/usr/share/fonts/truetype/";
+    static const std::vector<TestFont> fonts = {
+        {"dejavu", folder + "dejavu/DejaVuSans.ttf", true},
+        {"liberation", folder + "liberation2/LiberationSerif-Italic.ttf", true},
+        {"lato", folder + "lato/Lato-Regular.ttf", true},
+        {"noto", folder + "noto/NotoSans-Regular.ttf", false},
+        {"bitmap", file_of(bitmap_font()), false},
+        {"spoilt", file_of(spoilt_font(read_file(folder + "dejavu/DejaVuSans.ttf"))), true},
+    };
+    return fonts;
+}
+
+const std::string& test_font(const char* name) {
+    for (const TestFont& font : test_fonts()) {
+        if (std::string(name) == font.name) return font.path;
+    }
+    throw std::runtime_error(name);
+}
+
+}  // namespace kel_test
