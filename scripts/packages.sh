@@ -32,7 +32,6 @@ packages_analysis=(
     clang
     clang-format
     clang-tidy
-    git
 )
 
 # Cross compiler and emulator for 32-bit ARM.
