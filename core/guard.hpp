@@ -44,7 +44,8 @@ class scope_exit {
 
 // A record is memory: it can be zero-filled, copied and freed without running code.
 template <typename T>
-concept record = std::is_trivially_copyable_v<T> && std::is_trivially_destructible_v<T> && std::is_standard_layout_v<T>;
+concept record =
+    std::is_trivially_copyable_v<T> && std::is_trivially_destructible_v<T> && std::is_standard_layout_v<T>;
 
 // Owns a block from malloc's family.
 template <record T>

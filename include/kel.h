@@ -500,8 +500,8 @@ KEL_API int kel_release_audio_mixer_track(kel_audio_mixer_track* track);
  *  - EINVAL (logged at level 2): no audio slice, or a format that cannot be converted;
  *  - ENOMEM (logged at level 2): no memory for the conversion.
  */
-KEL_API int32_t kel_feed_audio_mixer_track(kel_audio_mixer_track* track, const kel_slice* slice, int32_t start,
-                                           int32_t max_frames);
+KEL_API int32_t kel_feed_audio_mixer_track(kel_audio_mixer_track* track, const kel_slice* slice,
+                                           int32_t start, int32_t max_frames);
 
 /*
  * Adds silence, at most as much as the track has left. Returns the frames added; `frames` itself when it is below 1;
@@ -646,7 +646,8 @@ KEL_API const kel_audio_filter_class* kel_find_audio_filter(const char* name);
  *    optionally "mix" (S16.16LE, per value: 65536 = filtered, 0 = unfiltered), output "audio". Q is 0.707.
  * Thread-safety: any thread.
  */
-KEL_API kel_audio_filter* kel_create_audio_filter(const kel_audio_filter_class* cls, const kel_audio_format* format);
+KEL_API kel_audio_filter* kel_create_audio_filter(const kel_audio_filter_class* cls,
+                                                  const kel_audio_format* format);
 
 /* Nothing for null or for an instance without a class. Thread-safety: while no thread uses the instance. */
 KEL_API void kel_destroy_audio_filter(kel_audio_filter* filter);
@@ -655,8 +656,10 @@ KEL_API void kel_destroy_audio_filter(kel_audio_filter* filter);
  * The port of that name and index, owned by the instance; null with errno ESRCH when there is none, EINVAL for a
  * null argument or a negative index. Thread-safety: any thread.
  */
-KEL_API kel_audio_filter_port* kel_get_audio_filter_input(kel_audio_filter* filter, const char* name, int32_t index);
-KEL_API kel_audio_filter_port* kel_get_audio_filter_output(kel_audio_filter* filter, const char* name, int32_t index);
+KEL_API kel_audio_filter_port* kel_get_audio_filter_input(kel_audio_filter* filter, const char* name,
+                                                          int32_t index);
+KEL_API kel_audio_filter_port* kel_get_audio_filter_output(kel_audio_filter* filter, const char* name,
+                                                           int32_t index);
 
 /*
  * Runs the filter over `frames` frames, or as many as the audio input has available and the output has room for.
@@ -680,8 +683,8 @@ KEL_API const char* kel_get_audio_filter_name(const kel_audio_filter_class* cls)
  * a port without data, a channel that it has not, or another type than S24.8LE and S16.16LE.
  * Thread-safety: one thread at a time.
  */
-KEL_API int32_t kel_linint_audio_param(kel_audio_filter_port* port, int32_t channel, int32_t begin, int32_t end,
-                                       float from, float to);
+KEL_API int32_t kel_linint_audio_param(kel_audio_filter_port* port, int32_t channel, int32_t begin,
+                                       int32_t end, float from, float to);
 
 /* ------------------------------------------------------------------------------------------------------------
  * GLES environment and textures

@@ -8,7 +8,9 @@ packages_build=(
     g++
     gcc
     libc6-dev
+    libegl-dev
     libfreetype-dev
+    libgles-dev
     ninja-build
     pkg-config
 )
@@ -23,6 +25,8 @@ packages_test=(
     fonts-liberation2
     fonts-noto-core
     googletest
+    libegl-mesa0
+    libgl1-mesa-dri
     libpng-dev
     python3
 )
@@ -78,7 +82,10 @@ packages_bench=(
 )
 
 # What the demo needs beyond the build.
-packages_demo=()
+packages_demo=(
+    libegl-mesa0
+    libgl1-mesa-dri
+)
 
 # install_packages NAME...: installs what is missing, without questions; asks apt for new lists only then.
 install_packages() {
