@@ -104,7 +104,9 @@ TEST_F(Pool, RefusesSizesThatAreNotPositiveOrOverflow) {
         {{48000, 0, KEL_AUDIO_TYPE_S16LE}, 4, 4},
         {{48000, -2, KEL_AUDIO_TYPE_S16LE}, 4, 4},
         {{48000, 2, 0}, 4, 4},
-        {stereo, 0x3fffffff, INT32_MAX},  // more than an address space
+#if UINTPTR_MAX == UINT32_MAX
+        {stereo, 0x10000000, 16},  // more than the address space
+#endif
     };
     for (const auto& row : rows) {
         log.clear();
