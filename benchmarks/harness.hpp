@@ -1,6 +1,7 @@
-// Candidates beside each other in one process. Other work on a shared machine slows code by an unseen factor,
-// so the candidates take turns in short slices, each slice stands between two runs of a fixed probe, and only
-// the slices whose probes ran at full speed count. What is printed is the median of those.
+// Candidates beside each other in one process. Other work on a shared machine slows code by an unseen factor that
+// changes from moment to moment, so the candidates take turns in short slices, a fixed probe runs between them, and only
+// the rounds whose probes ran at full speed count. What is printed is the median over those rounds, and for the ratios the
+// median of the ratios within a round.
 #pragma once
 
 #include <algorithm>
@@ -127,37 +128,25 @@ class Comparison {
     // Measures and prints one table in Markdown.
     void run(const Options& options) {
         if (title_.find(options.filter) == std::string::npos) return;
-        for (Row& row : rows_) calibrate(row);
-        const int rounds = std::max(8, static_cast<int>(options.seconds_per_candidate / slice_seconds));
-        for (int round = 0; round < rounds; ++round) {
-            for (std::size_t i = 0; i < rows_.size(); ++i) measure(rows_[(i + round) % rows_.size()]);
-        }
-        double quiet = 1e9;
-        for (const Row& row : rows_) {
-            for (const Slice& slice : row.slices) quiet = std::min(quiet, slice.probe);
-        }
-        for (Row& row : rows_) evaluate(row, quiet);
+        double longest = 0;
+        for (Row& row : rows_) longest = std::max(longest, calibrate(row));
+        const int rounds = std::max(least_rounds, static_cast<int>(options.seconds_per_candidate / longest));
+        for (int round = 0; round < rounds; ++round) measure(static_cast<std::size_t>(round));
+        keep_quiet_rounds();
         print();
     }
 
   private:
-    static constexpr double slice_seconds = 0.010;
+    static constexpr double slice_seconds = 0.004;
+    static constexpr int least_rounds = 12;
     static constexpr double disturbed = 1.15;  // probe against the quietest probe
 
-    struct Slice {
-        double value;  // seconds of one operation
-        double probe;  // the slower of the probes around it
-    };
     struct Row {
         Role role;
         std::string name;
         Work work;
-        uint64_t count = 1;  // operations in a slice
-        std::vector<Slice> slices = {};
-        double median = 0;
-        double spread = 0;  // between the quartiles, relative to the median
-        int kept = 0;
-        bool quiet = true;
+        uint64_t count = 1;               // operations in a slice
+        std::vector<double> values = {};  // seconds of one operation, by round
     };
 
     double probe_all() {
@@ -173,7 +162,8 @@ class Comparison {
         return now() - start;
     }
 
-    static void calibrate(Row& row) {
+    // Finds how many operations fill a slice; returns the seconds that they take.
+    static double calibrate(Row& row) {
         row.work(1);  // warm-up
         double taken = timed(row);
         while (taken < slice_seconds / 2) {
@@ -182,69 +172,69 @@ class Comparison {
                 std::max(row.count + 1, static_cast<uint64_t>(static_cast<double>(row.count) * growth));
             taken = timed(row);
         }
+        return std::max(taken, slice_seconds);
     }
 
-    void measure(Row& row) {
-        const double before = probe_all();
-        const double taken = timed(row);
-        const double after = probe_all();
-        row.slices.push_back({taken / static_cast<double>(row.count), std::max(before, after)});
+    // One slice of each candidate, with another one first each time.
+    void measure(std::size_t round) {
+        double slowest = probe_all();
+        for (std::size_t i = 0; i < rows_.size(); ++i) {
+            Row& row = rows_[(i + round) % rows_.size()];
+            row.values.push_back(timed(row) / static_cast<double>(row.count));
+            slowest = std::max(slowest, probe_all());
+        }
+        probes_.push_back(slowest);
     }
 
-    // Keeps the undisturbed slices; when they are too few, the quietest quarter, and says so.
-    static void evaluate(Row& row, double quiet) {
-        auto& slices = row.slices;
-        std::sort(slices.begin(), slices.end(),
-                  [](const Slice& a, const Slice& b) { return a.probe < b.probe; });
-        const auto end = std::find_if(slices.begin(), slices.end(),
-                                      [&](const Slice& slice) { return slice.probe > disturbed * quiet; });
-        auto kept = static_cast<std::size_t>(end - slices.begin());
-        row.quiet = kept >= slices.size() / 4;
-        kept = std::max(kept, slices.size() / 4);
+    // Of too few quiet rounds the quietest quarter is taken instead.
+    void keep_quiet_rounds() {
+        kept_.resize(probes_.size());
+        for (std::size_t i = 0; i < kept_.size(); ++i) kept_[i] = i;
+        std::sort(kept_.begin(), kept_.end(),
+                  [&](std::size_t a, std::size_t b) { return probes_[a] < probes_[b]; });
+        const auto quiet = static_cast<std::size_t>(std::count_if(
+            probes_.begin(), probes_.end(), [&](double p) { return p <= disturbed * probes_[kept_[0]]; }));
+        busy_ = quiet < probes_.size() / 4;
+        kept_.resize(std::max(quiet, probes_.size() / 4));
+    }
+
+    // Of `row`, or of its ratio to `base`, over the rounds kept: the value below which `part` of them lie.
+    double quantile(const Row& row, double part, const Row* base = nullptr) const {
         std::vector<double> values;
-        for (std::size_t i = 0; i < kept; ++i) values.push_back(slices[i].value);
+        for (const std::size_t i : kept_) values.push_back(row.values[i] / (base ? base->values[i] : 1));
         std::sort(values.begin(), values.end());
-        row.kept = static_cast<int>(kept);
-        row.median = values[kept / 2];
-        row.spread = (values[kept * 3 / 4] - values[kept / 4]) / row.median;
+        return values[static_cast<std::size_t>(part * static_cast<double>(values.size()))];
     }
 
-    double best(Role role) const {
-        double least = 0;
+    const Row* fastest(Role role) const {
+        const Row* best = nullptr;
         for (const Row& row : rows_) {
-            if (row.role == role && (least == 0 || row.median < least)) least = row.median;
+            if (row.role == role && (!best || quantile(row, 0.5) < quantile(*best, 0.5))) best = &row;
         }
-        return least;
-    }
-
-    static void print_ratio(double value, double base) {
-        if (base > 0) {
-            std::printf(" %.2f |", value / base);
-        } else {
-            std::printf(" |");
-        }
+        return best;
     }
 
     void print() const {
-        std::printf(
-            "### %s\n\n| candidate | %s | spread | of the fastest peer | of the reference | slices |\n",
-            title_.c_str(), unit_.name);
-        std::printf("|---|---:|---:|---:|---:|---:|\n");
-        bool all_quiet = true;
+        std::printf("### %s\n\n| candidate | %s | spread | of the fastest peer | of the reference |\n",
+                    title_.c_str(), unit_.name);
+        std::printf("|---|---:|---:|---:|---:|\n");
+        const Row* bases[] = {fastest(Role::peer), fastest(Role::reference)};
         for (const Row& row : rows_) {
             const char* mark = row.role == Role::subject ? "**" : "";
+            const double median = quantile(row, 0.5);
             std::printf("| %s%s%s%s | %.4g | %.0f %% |", mark, row.name.c_str(), mark,
-                        row.role == Role::reference ? " (reference)" : "", row.median * unit_.per_second,
-                        row.spread * 100);
-            print_ratio(row.median, best(Role::peer));
-            print_ratio(row.median, best(Role::reference));
-            std::printf(" %d/%d%s |\n", row.kept, static_cast<int>(row.slices.size()),
-                        row.quiet ? "" : " busy");
-            all_quiet = all_quiet && row.quiet;
+                        row.role == Role::reference ? " (reference)" : "", median * unit_.per_second,
+                        (quantile(row, 0.75) - quantile(row, 0.25)) / median * 100);
+            for (const Row* base : bases) {
+                if (base)
+                    std::printf(" %.2f |", quantile(row, 0.5, base));
+                else
+                    std::printf(" |");
+            }
+            std::printf("\n");
         }
-        std::printf(
-            "%s\n",
-            all_quiet ? "" : "\nbusy: hardly a slice was undisturbed; the quietest quarter was taken.\n");
+        std::printf("\nMedians of %zu of %zu rounds%s.\n\n", kept_.size(), probes_.size(),
+                    busy_ ? " (a busy machine: too few were undisturbed)" : "");
         std::fflush(stdout);
     }
 
@@ -252,6 +242,9 @@ class Comparison {
     Unit unit_;
     Team team_;
     std::vector<Row> rows_;
+    std::vector<double> probes_;     // the slowest probe of each round
+    std::vector<std::size_t> kept_;  // the rounds that count
+    bool busy_ = false;
 };
 
 }  // namespace kel_bench
