@@ -7,10 +7,15 @@ packages_build=(
     cmake
     g++
     gcc
+    libavcodec-dev
+    libavformat-dev
+    libavutil-dev
     libc6-dev
     libegl-dev
     libfreetype-dev
     libgles-dev
+    libpixman-1-dev
+    libswscale-dev
     ninja-build
     pkg-config
 )

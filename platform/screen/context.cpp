@@ -1,6 +1,7 @@
 // Contexts and their display.
 #include <algorithm>
 
+#include "screen/blit_queue.hpp"
 #include "screen/objects.hpp"
 
 using namespace platform::screen;
@@ -8,7 +9,8 @@ using namespace platform::screen;
 int screen_create_context(screen_context_t* context, int type) {
     return call([=](world& w) {
         if (!context || type != SCREEN_APPLICATION_CONTEXT) return EINVAL;
-        const screen_context_t created = w.contexts.add();
+        auto blits = std::make_shared<blit_queue>();
+        const screen_context_t created = w.contexts.add(nullptr, std::move(blits));
         try {
             w.contexts.find(created)->display = w.displays.add(created);
         } catch (...) {

@@ -21,8 +21,8 @@ std::atomic<int> live{0};
 
 frame_memory::frame_memory(const frame_layout& layout) : layout_(layout) {
     void* memory = nullptr;
-    if (posix_memalign(&memory, row_alignment, layout.size) != 0) throw std::bad_alloc();
-    memset(memory, 0, layout.size);
+    if (posix_memalign(&memory, row_alignment, layout.size + read_ahead) != 0) throw std::bad_alloc();
+    memset(memory, 0, layout.size + read_ahead);
     pointer_ = static_cast<unsigned char*>(memory);
     const uint64_t pages = (layout.size + page_size - 1) / page_size;
     physical_address_ = next_physical_address.fetch_add(pages * page_size);

@@ -48,8 +48,11 @@ struct display_record {
     int size[2] = {1920, 1080};
 };
 
+struct blit_queue;
+
 struct context_record {
     screen_display_t display = nullptr;
+    std::shared_ptr<blit_queue> blits;  // shared with a flush that is under way when the context ends
 };
 
 // A render buffer; its handle ends with its window or pixmap, its memory with the last holder.

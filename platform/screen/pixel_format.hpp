@@ -7,12 +7,23 @@
 namespace platform::screen {
 
 inline constexpr int row_alignment = 64;         // bytes; also the alignment of a frame's first row
-inline constexpr int largest_dimension = 32768;  // pixels
+inline constexpr int largest_dimension = 16384;  // pixels
+inline constexpr std::size_t largest_frame = std::size_t{256} << 20;  // bytes
+
+// A plane holds one unit for each group of column_step × row_step pixels.
+struct plane_shape {
+    int unit;  // bytes
+    int column_step, row_step;
+};
 
 struct plane {
+    plane_shape shape;
     std::size_t offset;  // bytes from the start of the frame
     int stride;          // bytes from one row to the next
-    int rows;
+    std::size_t row_bytes(int width) const {
+        return static_cast<std::size_t>((width + shape.column_step - 1) / shape.column_step * shape.unit);
+    }
+    int rows(int height) const { return (height + shape.row_step - 1) / shape.row_step; }
 };
 
 // Planes stand in memory order: for planar formats luma first.
@@ -27,7 +38,7 @@ struct frame_layout {
 
 bool is_known_format(int format);
 
-// False when the format is unknown or the size is not positive or too large to address with 32-bit sizes.
+// False when the format is unknown or the size is not positive or too large.
 bool lay_out_frame(int format, int width, int height, frame_layout& layout);
 
 // The formats that a display of the stand-in can show.

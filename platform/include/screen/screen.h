@@ -91,6 +91,30 @@ enum {
 
 enum { SCREEN_SENSITIVITY_TEST = 0, SCREEN_SENSITIVITY_ALWAYS = 1, SCREEN_SENSITIVITY_NEVER = 2 };
 
+/* How a blit samples its source when it scales. */
+enum {
+    SCREEN_QUALITY_NORMAL = 0,  /* smooth: between the four nearest pixels */
+    SCREEN_QUALITY_FASTEST = 1, /* the nearest pixel */
+    SCREEN_QUALITY_NICEST = 2   /* as NORMAL */
+};
+
+/* Attributes of blits and fills: a list of keys, each followed by its value, closed by SCREEN_BLIT_END. */
+enum {
+    SCREEN_BLIT_END = 0,
+    SCREEN_BLIT_SOURCE_X = 1, /* source rectangle in pixels; the whole buffer where nothing is said */
+    SCREEN_BLIT_SOURCE_Y = 2,
+    SCREEN_BLIT_SOURCE_WIDTH = 3,
+    SCREEN_BLIT_SOURCE_HEIGHT = 4,
+    SCREEN_BLIT_DESTINATION_X = 5, /* destination rectangle in pixels; the whole buffer likewise */
+    SCREEN_BLIT_DESTINATION_Y = 6,
+    SCREEN_BLIT_DESTINATION_WIDTH = 7,
+    SCREEN_BLIT_DESTINATION_HEIGHT = 8,
+    SCREEN_BLIT_GLOBAL_ALPHA = 9,   /* 0 to 255; 255 where nothing is said */
+    SCREEN_BLIT_TRANSPARENCY = 10,  /* SCREEN_TRANSPARENCY_*; SOURCE where nothing is said */
+    SCREEN_BLIT_SCALE_QUALITY = 11, /* SCREEN_QUALITY_*; NORMAL where nothing is said */
+    SCREEN_BLIT_COLOR = 12          /* 0xAARRGGBB: a fill's colour, or the one that SOURCE_COLOR leaves out */
+};
+
 /* A connection to the compositor. Destroying it destroys the windows and pixmaps still made against it. */
 PLATFORM_API int screen_create_context(screen_context_t* context, int type);
 PLATFORM_API int screen_destroy_context(screen_context_t context);
@@ -117,6 +141,33 @@ PLATFORM_API int screen_destroy_pixmap_buffer(screen_pixmap_t pixmap);
 PLATFORM_API int screen_get_buffer_property_iv(screen_buffer_t buffer, int property, int* values);
 PLATFORM_API int screen_get_buffer_property_pv(screen_buffer_t buffer, int property, void** values);
 PLATFORM_API int screen_get_buffer_property_llv(screen_buffer_t buffer, int property, long long* values);
+
+/*
+ * Queues a copy of the source's rectangle, scaled, into the destination's; screen_flush_blits does it. Both
+ * buffers' memory is held until then. `attributes` null means an empty list.
+ *  - Rectangles may reach beyond their buffers: what lies outside is neither read nor written, and the rest stays
+ *    where it would be otherwise. Positions lie between -16384 and 16384, sizes between 1 and 16384. In a
+ *    destination whose pixels share colour, the rectangle's edges move up and left to whole groups of pixels.
+ *  - Alpha is straight, not premultiplied. Transparency: SOURCE and NONE replace the destination, alpha included;
+ *    TEST leaves out pixels with alpha 0 and SOURCE_COLOR those of the given colour, the others count as opaque;
+ *    SOURCE_OVER blends by the source's alpha; DISCARD draws nothing. A global alpha below 255 makes what is
+ *    drawn that much more transparent, and blends.
+ *  - YUV is BT.601 in its limited range. A buffer may be blitted to itself.
+ * Refused with EINVAL: handles, rectangles, values or keys that are not good.
+ */
+PLATFORM_API int screen_blit(screen_context_t context, screen_buffer_t destination, screen_buffer_t source,
+                             const int* attributes);
+
+/* Queues a fill of the DESTINATION rectangle with COLOR (0 where nothing is said); nothing is blended. */
+PLATFORM_API int screen_fill(screen_context_t context, screen_buffer_t destination, const int* attributes);
+
+/*
+ * Does what is queued on the context, in order; when it returns, the memory holds the result. `flags`: 0 or
+ * SCREEN_WAIT_IDLE, which mean the same here. ENOMEM: something could not be done, and was dropped. A queue that
+ * has grown to 64 operations is flushed by the call that adds the last one; the end of the context drops it.
+ */
+enum { SCREEN_WAIT_IDLE = 1 };
+PLATFORM_API int screen_flush_blits(screen_context_t context, int flags);
 
 /* Displays: FORMAT_COUNT, FORMATS, SIZE (iv). */
 PLATFORM_API int screen_get_display_property_iv(screen_display_t display, int property, int* values);
