@@ -881,6 +881,15 @@ KEL_API kel_buffer* kel_text_create(kel_context* context, const char* utf8, cons
  * Colour conversion
  */
 
+/*
+ * Converts a frame of 32-bit pixels (bytes in memory: blue, green, red, alpha, which is ignored) into NV12: BT.601,
+ * limited range, 13-bit fixed point, chroma averaged over 2 by 2 pixels and rounded down. The size is that of
+ * dst's pool; src must be at least as large. dst holds `height` rows of luma and right after them the rows of
+ * interleaved chroma, all `stride` bytes apart. An odd last column or row is not written.
+ * Thread-safety: any thread, while both buffers are held.
+ */
+KEL_API void bgra8888_to_nv12(const kel_buffer* src, kel_buffer* dst);
+
 /* ------------------------------------------------------------------------------------------------------------
  * Media-graph filters
  */
