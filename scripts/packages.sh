@@ -82,6 +82,7 @@ packages_bench=(
     libpango1.0-dev
     libsdl2-dev
     libswresample-dev
+    libswscale-dev
     libtbb-dev
     libyuv-dev
 )
