@@ -28,7 +28,8 @@ simd_level detect() {
     if ((state & avx_state) != avx_state || !__get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx)) {
         return simd_level::baseline;
     }
-    if ((state & avx512_state) == avx512_state && (ebx & avx512_features) == avx512_features) {
+    if ((state & avx512_state) == avx512_state && (ebx & avx512_features) == avx512_features &&
+        (ecx & bit_AVX512VNNI)) {
         return simd_level::avx512;
     }
     return ebx & bit_AVX2 ? simd_level::avx2 : simd_level::baseline;

@@ -17,18 +17,16 @@ namespace {
 
 struct coefficients {
     int16_t red, green, blue;
-    int16_t offset;  // in units of offset_unit
+    int32_t offset;
 };
 
-constexpr int offset_unit = 4096;
 constexpr int fraction_bits = 13;
-constexpr coefficients luma = {2104, 4130, 802, 33};
-constexpr coefficients chroma_u = {-1214, -2384, 3598, 257};
-constexpr coefficients chroma_v = {3598, -3013, -585, 257};
+constexpr coefficients luma = {2104, 4130, 802, 135168};
+constexpr coefficients chroma_u = {-1214, -2384, 3598, 1052672};
+constexpr coefficients chroma_v = {3598, -3013, -585, 1052672};
 
 int value(const uint8_t* pixel, const coefficients& c) {
-    return (c.red * pixel[2] + c.green * pixel[1] + c.blue * pixel[0] + c.offset * offset_unit) >>
-           fraction_bits;
+    return (c.red * pixel[2] + c.green * pixel[1] + c.blue * pixel[0] + c.offset) >> fraction_bits;
 }
 
 void convert_luma(const uint8_t* pixels, uint8_t* out, size_t count) {
@@ -62,11 +60,11 @@ void convert_plain(const nv12_row_pair& rows, size_t first_block) {
 #if defined(__SSE2__)
 
 // The registers of this level: 16-byte lanes, and the few operations that know how wide they are.
-#if defined(__AVX512BW__)
+#if defined(__AVX512VNNI__)
 using raw = __m512i;
 constexpr size_t lane_count = 4;
-raw multiply_add(raw a, raw b) {
-    return _mm512_madd_epi16(a, b);
+raw multiply_add(raw sum, raw a, raw b) {
+    return _mm512_dpwssd_epi32(sum, a, b);
 }
 raw narrow_32(raw a, raw b) {
     return _mm512_packs_epi32(a, b);
@@ -82,8 +80,8 @@ raw in_order(raw a) {
 #elif defined(__AVX2__)
 using raw = __m256i;
 constexpr size_t lane_count = 2;
-raw multiply_add(raw a, raw b) {
-    return _mm256_madd_epi16(a, b);
+raw multiply_add(raw sum, raw a, raw b) {
+    return _mm256_add_epi32(sum, _mm256_madd_epi16(a, b));
 }
 raw narrow_32(raw a, raw b) {
     return _mm256_packs_epi32(a, b);
@@ -97,8 +95,8 @@ raw in_order(raw a) {
 #else
 using raw = __m128i;
 constexpr size_t lane_count = 1;
-raw multiply_add(raw a, raw b) {
-    return _mm_madd_epi16(a, b);
+raw multiply_add(raw sum, raw a, raw b) {
+    return _mm_add_epi32(sum, _mm_madd_epi16(a, b));
 }
 raw narrow_32(raw a, raw b) {
     return _mm_packs_epi32(a, b);
@@ -113,6 +111,7 @@ raw in_order(raw a) {
 
 typedef uint32_t words __attribute__((vector_size(16 * lane_count)));
 typedef int32_t sums __attribute__((vector_size(16 * lane_count)));
+typedef uint16_t halves __attribute__((vector_size(16 * lane_count)));
 
 constexpr size_t pixels_per_register = 4 * lane_count;
 constexpr size_t registers_per_step = 4;
@@ -128,25 +127,25 @@ void store(uint8_t* bytes, raw value) {
     memcpy(bytes, &value, sizeof value);
 }
 
-// Pixels as pairs of 16-bit numbers: (blue, red), and (green, the unit of the offsets).
+// Pixels as pairs of 16-bit numbers.
 struct pixel_pairs {
-    words blue_red, green_unit;
+    raw blue_red, green_alpha;
     explicit pixel_pairs(words bgra)
-        : blue_red(bgra & 0x00ff00ffu), green_unit((bgra >> 8 & 0xffu) | uint32_t{offset_unit} << 16) {}
+        : blue_red(reinterpret_cast<raw>(bgra & 0x00ff00ffu)),
+          green_alpha(reinterpret_cast<raw>(reinterpret_cast<halves>(bgra) >> 8)) {}
 };
 
-constexpr uint32_t pair(int16_t low, int16_t high) {
-    return static_cast<uint16_t>(low) | static_cast<uint32_t>(static_cast<uint16_t>(high)) << 16;
+// The pair in every place of a register.
+raw everywhere(int16_t low, int16_t high) {
+    return reinterpret_cast<raw>(words{} +
+                                 (static_cast<uint16_t>(low) | uint32_t{static_cast<uint16_t>(high)} << 16));
 }
 
 sums values(const pixel_pairs& pixels, const coefficients& c) {
-    const words blue_red = words{} + pair(c.blue, c.red);
-    const words green_unit = words{} + pair(c.green, c.offset);
-    const auto first = reinterpret_cast<sums>(
-        multiply_add(reinterpret_cast<raw>(pixels.blue_red), reinterpret_cast<raw>(blue_red)));
-    const auto second = reinterpret_cast<sums>(
-        multiply_add(reinterpret_cast<raw>(pixels.green_unit), reinterpret_cast<raw>(green_unit)));
-    return (first + second) >> fraction_bits;
+    const raw offset = reinterpret_cast<raw>(sums{} + c.offset);
+    const raw sum = multiply_add(offset, pixels.blue_red, everywhere(c.blue, c.red));
+    return reinterpret_cast<sums>(multiply_add(sum, pixels.green_alpha, everywhere(c.green, 0))) >>
+           fraction_bits;
 }
 
 raw narrow(sums a, sums b) {
@@ -155,9 +154,7 @@ raw narrow(sums a, sums b) {
 
 // The mean of each block for two registers of pixels, already summed over the two rows.
 words block_means(sums a, sums b) {
-    const words ones = words{} + 0x00010001u;
-    const auto of_pairs = reinterpret_cast<words>(multiply_add(narrow(a, b), reinterpret_cast<raw>(ones)));
-    return of_pairs >> 2;
+    return reinterpret_cast<words>(multiply_add(raw{}, narrow(a, b), everywhere(1, 1))) >> 2;
 }
 
 size_t convert_steps(const nv12_row_pair& rows) {
