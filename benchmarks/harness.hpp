@@ -165,12 +165,13 @@ class Comparison {
     // Finds how many operations fill a slice; returns the seconds that they take.
     static double calibrate(Row& row) {
         row.work(1);  // warm-up
-        double taken = timed(row);
+        const auto undisturbed = [&] { return std::min({timed(row), timed(row), timed(row)}); };
+        double taken = undisturbed();
         while (taken < slice_seconds / 2) {
             const double growth = std::min(10.0, 1.1 * slice_seconds / std::max(taken, 1e-9));
             row.count =
                 std::max(row.count + 1, static_cast<uint64_t>(static_cast<double>(row.count) * growth));
-            taken = timed(row);
+            taken = undisturbed();
         }
         return std::max(taken, slice_seconds);
     }

@@ -33,6 +33,7 @@ add_library(kel_library_options INTERFACE)
 target_link_libraries(kel_library_options INTERFACE kel_options)
 target_compile_options(kel_library_options INTERFACE
   -fvisibility=hidden
+  -fno-plt  # a tenth of the time of a lock-bound call
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics -fvisibility-inlines-hidden>)
 
 # libkel is linked by the C driver; nothing may sneak the C++ run-time library in.
