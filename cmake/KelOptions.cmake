@@ -24,7 +24,8 @@ target_compile_definitions(kel_options INTERFACE _GNU_SOURCE EGL_NO_PLATFORM_SPE
 target_link_libraries(kel_options INTERFACE Threads::Threads)
 if(KEL_SANITIZE)
   target_compile_options(kel_options INTERFACE
-    -fsanitize=${KEL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    -fsanitize=${KEL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer
+    $<$<CXX_COMPILER_ID:Clang>:-Wno-pass-failed>)  # instrumented loops are not vectorised
   target_link_options(kel_options INTERFACE -fsanitize=${KEL_SANITIZE})
 endif()
 

@@ -1,6 +1,7 @@
 // The bounded memory of a font.
 #include "video/glyph_cache.hpp"
 
+#include <algorithm>
 #include <cstring>
 
 #include "core/arith.hpp"
@@ -38,6 +39,46 @@ void start_over(glyph_cache& cache) {
     cache.arena_used = 0;
 }
 
+// Writes the bitmap's coverage behind what the arena holds. Returns its size, or 0 when there is no room.
+uint32_t encode(glyph_cache& cache, const FT_Bitmap& bitmap) {
+    constexpr uint32_t length = coverage_piece::length;
+    const uint32_t room = std::min(glyph_cache::arena_size - cache.arena_used, largest_coverage);
+    if (room < sizeof(glyph_coverage)) return 0;
+    unsigned char* const begin = cache.arena + cache.arena_used;
+    auto* coverage = reinterpret_cast<glyph_coverage*>(begin);
+    // Pieces grow upwards, single pixels downwards from the end of the room, to be moved behind the pieces.
+    auto* const pieces = reinterpret_cast<coverage_piece*>(coverage + 1);
+    auto* const pixels_end = reinterpret_cast<coverage_pixel*>(begin + room);
+    coverage_piece* piece = pieces;
+    coverage_pixel* pixel = pixels_end;
+    bool fits = true;
+    for_each_run(bitmap, [&](uint32_t row, uint32_t column, const uint8_t* values, uint32_t run) {
+        const auto y = static_cast<uint16_t>(row);
+        const bool single = run < length;
+        const ptrdiff_t bytes =
+            reinterpret_cast<unsigned char*>(pixel) - reinterpret_cast<unsigned char*>(piece);
+        fits = fits && bytes >= static_cast<ptrdiff_t>(run * sizeof(coverage_pixel) + sizeof(coverage_piece));
+        if (!fits) return;
+        for (uint32_t i = 0; single && i < run; ++i) {
+            *--pixel = {y, static_cast<uint16_t>(column + i), values[i]};
+        }
+        for (uint32_t i = 0; !single && i < run; i += length, ++piece) {
+            const uint32_t first = std::min(i, run - length);
+            piece->row = y;
+            piece->column = static_cast<uint16_t>(column + first);
+            memcpy(piece->values, values + first, length);
+        }
+    });
+    if (!fits) return 0;
+    coverage->width = bitmap.width;
+    coverage->rows = bitmap.rows;
+    coverage->piece_count = static_cast<uint32_t>(piece - pieces);
+    coverage->pixel_count = static_cast<uint32_t>(pixels_end - pixel);
+    memmove(piece, pixel, coverage->pixel_count * sizeof *pixel);
+    const auto used = reinterpret_cast<unsigned char*>(piece) - begin + coverage->pixel_count * sizeof *pixel;
+    return round_up(static_cast<uint32_t>(used), uint32_t{alignof(glyph_coverage)});
+}
+
 }  // namespace
 
 glyph_measures& measures_slot(glyph_cache& cache, uint32_t code_point, int32_t points) {
@@ -57,30 +98,16 @@ glyph_coverage* find_coverage(glyph_cache& cache, const coverage_key& key) {
 }
 
 glyph_coverage* store_coverage(glyph_cache& cache, const coverage_key& key, const FT_Bitmap& bitmap) {
-    uint32_t run_count = 0;
-    uint32_t value_count = 0;
-    for_each_run(bitmap, [&](uint32_t, uint32_t, const uint8_t*, uint32_t length) {
-        ++run_count;
-        value_count += length;
-    });
-    const uint64_t bytes = sizeof(glyph_coverage) + uint64_t{run_count} * sizeof(coverage_run) + value_count;
-    if (bytes > largest_coverage || bitmap.rows > UINT16_MAX || bitmap.width > UINT16_MAX) return nullptr;
-    const uint32_t size = round_up(static_cast<uint32_t>(bytes), uint32_t{alignof(glyph_coverage)});
-    if (cache.coverage_count == most_coverages || cache.arena_used + size > glyph_cache::arena_size) {
+    if (bitmap.rows > UINT16_MAX || bitmap.width > UINT16_MAX) return nullptr;
+    if (cache.coverage_count == most_coverages) start_over(cache);
+    uint32_t size = encode(cache, bitmap);
+    if (size == 0 && glyph_cache::arena_size - cache.arena_used < largest_coverage) {
         start_over(cache);
+        size = encode(cache, bitmap);
     }
-
+    if (size == 0) return nullptr;
     auto* coverage = reinterpret_cast<glyph_coverage*>(cache.arena + cache.arena_used);
     coverage->key = key;
-    coverage->run_count = run_count;
-    coverage_run* next_run = coverage->runs().data();
-    uint8_t* next_value = coverage->values();
-    for_each_run(bitmap, [&](uint32_t row, uint32_t column, const uint8_t* values, uint32_t length) {
-        *next_run++ = {static_cast<uint16_t>(row), static_cast<uint16_t>(column),
-                       static_cast<uint16_t>(length)};
-        memcpy(next_value, values, length);
-        next_value += length;
-    });
     coverage_slot(cache, key) = cache.arena_used + 1;
     ++cache.coverage_count;
     cache.arena_used += size;

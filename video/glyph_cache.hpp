@@ -39,19 +39,33 @@ struct coverage_key {
     bool operator==(const coverage_key&) const = default;
 };
 
-// Neighbouring pixels of one row of a bitmap that have coverage.
-struct coverage_run {
-    uint16_t row, column, length;
+// Neighbouring pixels of one row, all with coverage.
+struct coverage_piece {
+    static constexpr uint32_t length = 4;
+    uint16_t row, column;
+    uint8_t values[length];
 };
 
-// A rendered glyph: its runs from top to bottom and left to right, then their coverage values in a row.
+// One pixel with coverage.
+struct coverage_pixel {
+    uint16_t row, column;
+    uint8_t value;
+};
+
+// A rendered glyph, followed by its pixels: those in rows of four and more as pieces, which may overlap, the others
+// one by one. Without a choice at every row's end they are painted in half the time.
 struct glyph_coverage {
     coverage_key key;
     int32_t left, top;  // where FreeType places the bitmap
-    uint32_t run_count;
+    uint32_t width, rows;
+    uint32_t piece_count, pixel_count;
 
-    std::span<coverage_run> runs() { return {reinterpret_cast<coverage_run*>(this + 1), run_count}; }
-    uint8_t* values() { return reinterpret_cast<uint8_t*>(this + 1) + run_count * sizeof(coverage_run); }
+    std::span<const coverage_piece> pieces() const {
+        return {reinterpret_cast<const coverage_piece*>(this + 1), piece_count};
+    }
+    std::span<const coverage_pixel> pixels() const {
+        return {reinterpret_cast<const coverage_pixel*>(pieces().data() + piece_count), pixel_count};
+    }
 };
 
 struct glyph_cache {

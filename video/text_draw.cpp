@@ -1,69 +1,19 @@
 // Text into frames of 4-byte pixels: at a point, into a box, or into a buffer of its own.
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <limits>
 #include <span>
 
 #include "core/log.hpp"
-#include "video/bitmap_runs.hpp"
 #include "video/text.hpp"
+#include "video/text_paint.hpp"
 
 namespace {
 
-constexpr int32_t bytes_per_pixel = 4;
 constexpr int32_t box_points = 36;           // text is laid out at this size before it is fitted into a box
 constexpr int64_t largest_bitmap = 1 << 24;  // pixels; larger glyphs are refused before they are rendered
 constexpr FT_Pos bitmap_limit =
     0x8000 * 64L;  // FreeType renders between -32768 and 32767 pixels, here in 26.6
-
-// What may be written: the slice, and never more than the buffer.
-struct canvas {
-    explicit canvas(const kel_slice& slice)
-        : pixels(static_cast<uint8_t*>(slice.buffer->ptr)),
-          stride(slice.buffer->stride),
-          width(std::min(slice.spec.video.width, slice.buffer->stride / bytes_per_pixel)),
-          height(stride > 0 ? static_cast<int32_t>(
-                                  std::min<int64_t>(slice.spec.video.height, slice.buffer->size / stride))
-                            : 0) {}
-    uint8_t* pixels;
-    int64_t stride;
-    int32_t width, height;
-};
-
-struct ink {
-    uint32_t alpha;
-    uint32_t rgb;  // a pixel without its alpha
-};
-
-// Pixels are written whole: blue is the lowest byte.
-static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__);
-
-void paint(const canvas& to, const ink& color, int64_t x, int64_t y, const uint8_t* values, uint32_t length) {
-    if (y < 0 || y >= to.height) return;
-    const int64_t first = std::max<int64_t>(x, 0);
-    const int64_t last = std::min<int64_t>(x + length, to.width);
-    uint8_t* pixel = to.pixels + y * to.stride + first * bytes_per_pixel;
-    values += first - x;
-    for (int64_t left = last - first; left > 0; --left, pixel += bytes_per_pixel) {
-        const uint32_t value = color.rgb | *values++ * color.alpha / 255 << 24;
-        memcpy(pixel, &value, sizeof value);
-    }
-}
-
-void paint_bitmap(const canvas& to, const ink& color, int64_t x, int64_t y, const FT_Bitmap& bitmap) {
-    kel::for_each_run(bitmap, [&](uint32_t row, uint32_t column, const uint8_t* values, uint32_t length) {
-        paint(to, color, x + column, y + row, values, length);
-    });
-}
-
-void paint_coverage(const canvas& to, const ink& color, int64_t x, int64_t y, kel::glyph_coverage& coverage) {
-    const uint8_t* values = coverage.values();
-    for (const kel::coverage_run& run : coverage.runs()) {
-        paint(to, color, x + run.column, y + run.row, values, run.length);
-        values += run.length;
-    }
-}
 
 // The cache for an entry's coverage, or null when its pixels depend on more than a key says.
 kel::glyph_cache* cache_for(const kel_glyph_run& run, const kel_glyph_run_entry& entry) {
@@ -97,8 +47,8 @@ FT_Error render(const kel_glyph_run& run, kel_glyph_run_entry& entry) {
 }
 
 // Draws one glyph with the run's origin at `origin` and sets x to where its bitmap begins.
-FT_Error draw_glyph(const canvas& to, const ink& color, const kel_glyph_run& run, kel_glyph_run_entry& entry,
-                    const kel_point& origin, int64_t& x) {
+FT_Error draw_glyph(const kel::canvas& to, const kel::ink& color, const kel_glyph_run& run,
+                    kel_glyph_run_entry& entry, const kel_point& origin, int64_t& x) {
     x = origin.x;
     if (entry.blank) return 0;
     kel::glyph_cache* cache = cache_for(run, entry);
@@ -110,14 +60,14 @@ FT_Error draw_glyph(const canvas& to, const ink& color, const kel_glyph_run& run
         if (cache) coverage = kel::store_coverage(*cache, key, glyph->bitmap);
         if (!coverage) {
             x += glyph->left;
-            paint_bitmap(to, color, x, int64_t{origin.y} - glyph->top, glyph->bitmap);
+            kel::paint_bitmap(to, color, x, int64_t{origin.y} - glyph->top, glyph->bitmap);
             return 0;
         }
         coverage->left = glyph->left - static_cast<int32_t>(free_way(run, entry));
         coverage->top = glyph->top;
     }
     x += coverage->left + free_way(run, entry);
-    paint_coverage(to, color, x, int64_t{origin.y} - coverage->top, *coverage);
+    kel::paint_coverage(to, color, x, int64_t{origin.y} - coverage->top, *coverage);
     return 0;
 }
 
@@ -192,8 +142,8 @@ int kel_text_align(const kel_glyph_run* run, kel_point* origin) {
 }
 
 int kel_text_draw_run(const kel_slice* slice, kel_glyph_run* run, const kel_point* origin, kel_rect* drawn) {
-    const ink color = {run->style->color >> 24, run->style->color & 0xFFFFFF};
-    const canvas to(*slice);
+    const kel::ink color(run->style->color);
+    const kel::canvas to = kel::canvas_of(*slice);
     kel_rect r;
     kel_glyph_run_measure(run, &r);
     const int64_t top = int64_t{origin->y} + r.y;

@@ -125,7 +125,12 @@ Outcome PlainText::draw_run(golden::Picture& to, kel_point clip, Run& run, kel_p
         if (c >= clip.x || origin.y + r.y >= clip.y || origin.y + r.y + r.height < 0) break;
         c += int(glyph->advance.x >> 16);
         if (c < 0) continue;
-        if (FT_Error error = FT_Glyph_To_Bitmap(&glyph, FT_RENDER_MODE_NORMAL, nullptr, 1)) {
+        FT_BBox box;
+        FT_Glyph_Get_CBox(glyph, FT_GLYPH_BBOX_PIXELS, &box);
+        const bool huge = (box.xMax - box.xMin) * int64_t(box.yMax - box.yMin) > 1 << 24;
+        const FT_Error error = huge ? int(FT_Err_Raster_Overflow)
+                                    : FT_Glyph_To_Bitmap(&glyph, FT_RENDER_MODE_NORMAL, nullptr, 1);
+        if (error) {
             outcome.glyphs = 0;
             outcome.messages.push_back("kel:  FT_New_Glyph_To_Bitmap() on glyph " +
                                        std::to_string(run.indices[i]) + " failed: " + text_of(error));

@@ -1,0 +1,21 @@
+// Runs a fuzz harness over the files of a folder, without a fuzzer.
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
+
+int main(int argc, char** argv) {
+    int count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(argc > 1 ? argv[1] : ".")) {
+        std::ifstream file(entry.path(), std::ios::binary);
+        const std::string bytes(std::istreambuf_iterator<char>(file), {});
+        LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+        ++count;
+    }
+    std::printf("%d inputs\n", count);
+    return count > 0 ? 0 : 1;
+}
