@@ -450,9 +450,117 @@ KEL_API struct timespec* ms_to_abs_timespec(struct timespec* out, int32_t ms);
  * Audio conversion steps
  */
 
+/*
+ * One link of a conversion chain. Each step changes one field of the format: the type, the rate or the channel
+ * count. Records made by a factory continue with the kernel's own state.
+ */
+typedef struct kel_audio_step kel_audio_step;
+
+/*
+ * Does the work of a step. On entry *input_frames is what the input offers, *output_frames the room at the output,
+ * *format the input's format; on return they are the frames consumed, the frames written and the output's format.
+ * Input and output never overlap. Never more is consumed than offered, nor written than there is room.
+ * Thread-safety: one thread at a time per step.
+ */
+typedef void (*kel_audio_step_kernel)(kel_audio_step* step, const void* input, void* output,
+                                      int32_t* input_frames, int32_t* output_frames,
+                                      kel_audio_format* format);
+
+/* A new step between two formats, with kernel and release set, or null with errno: EINVAL, ENOMEM. */
+typedef kel_audio_step* (*kel_audio_step_create)(const kel_audio_format* from, const kel_audio_format* to);
+
+/* Frees a step. */
+typedef void (*kel_audio_step_release)(kel_audio_step* step);
+
+struct kel_audio_step {
+    kel_audio_step* next; /* null at the end of the chain */
+    kel_audio_step_kernel kernel;
+    kel_audio_step_release release;
+};
+
+/* Applies when the current type is from_type. */
+typedef struct kel_type_conversion_step {
+    kel_audio_step_kernel kernel;
+    uint32_t from_type;           /* KEL_AUDIO_TYPE_* */
+    uint32_t to_type;             /* KEL_AUDIO_TYPE_* */
+    kel_audio_step_create create; /* null: a plain record */
+} kel_type_conversion_step;
+
+/*
+ * Applies to a type with (type ^ type_value) & type_mask == 0 when rate * multiplier / divisor is the target rate;
+ * with a multiplier and a divisor of 0 for any target rate.
+ */
+typedef struct kel_rate_conversion_step {
+    kel_audio_step_kernel kernel;
+    int32_t multiplier;
+    int32_t divisor;
+    uint32_t type_value;
+    uint32_t type_mask;
+    kel_audio_step_create create; /* null: a plain record */
+} kel_rate_conversion_step;
+
+/* Applies to a type with (type ^ type_value) & type_mask == 0 between the two channel counts. */
+typedef struct kel_channel_conversion_step {
+    kel_audio_step_kernel kernel;
+    int32_t from_channels;
+    int32_t to_channels;
+    uint32_t type_value;
+    uint32_t type_mask;
+    kel_audio_step_create create; /* null: a plain record */
+} kel_channel_conversion_step;
+
+/* The steps that exist, in the order in which they are tried; each table ends with a row whose kernel is null. */
+extern KEL_API const kel_type_conversion_step kel_type_conversion_steps_c[15];
+extern KEL_API const kel_rate_conversion_step kel_rate_conversion_steps_c[10];
+extern KEL_API const kel_channel_conversion_step kel_channel_conversion_steps_c[7];
+
 /* ------------------------------------------------------------------------------------------------------------
  * Audio converter
  */
+
+/* Turns PCM of one format into another by the shortest chain of steps. */
+typedef struct kel_audio_converter kel_audio_converter;
+
+/* One block to convert: kel_init_audio_conversion fills it, the limits may be set then, the results are read. */
+typedef struct kel_audio_conversion {
+    const void* input;
+    int32_t input_bytes;     /* bytes available at input */
+    int32_t input_limit;     /* most frames to take; negative: no limit */
+    void* output;            /* does not overlap the input */
+    int32_t output_bytes;    /* room at output in bytes */
+    int32_t output_limit;    /* most frames to write; negative: no limit */
+    int32_t consumed_bytes;  /* result: bytes of input used */
+    int32_t produced_bytes;  /* result: bytes written at output */
+    int32_t consumed_frames; /* result: frames of input used */
+    int32_t produced_frames; /* result: frames written */
+} kel_audio_conversion;
+
+/*
+ * A converter between two formats, or null (logged at level 2) with errno: EINVAL when no chain leads from one to
+ * the other (equal formats included), ENOMEM. The formats are copied. The caller destroys it with
+ * kel_destroy_audio_converter. Thread-safety: any thread.
+ */
+KEL_API kel_audio_converter* kel_create_audio_converter(const kel_audio_format* from,
+                                                        const kel_audio_format* to);
+
+/*
+ * Sets input and output, no limits and zero results. Returns 0, or 22 for null (logged at level 2).
+ * Thread-safety: any thread.
+ */
+KEL_API int kel_init_audio_conversion(kel_audio_conversion* conversion, const void* input,
+                                      int32_t input_bytes, void* output, int32_t output_bytes);
+
+/*
+ * Converts one block, as much as input, room and limits allow. A stream goes through one converter in order, each
+ * block from the frame at which the previous call stopped; how it is cut into blocks does not change the output.
+ * Frames may be produced while none is consumed, and the other way round. Returns 0, 12 (logged at level 2; a later
+ * call tries again) or 22 for null (logged at level 2). Allocates only when a block needs more than any before.
+ * Thread-safety: one thread at a time.
+ */
+KEL_API int kel_convert_audio(kel_audio_converter* converter, kel_audio_conversion* conversion);
+
+/* Destroys the converter and sets *converter to null. Returns 0, or 22 when there is nothing to destroy. */
+KEL_API int kel_destroy_audio_converter(kel_audio_converter** converter);
 
 /* ------------------------------------------------------------------------------------------------------------
  * Audio mixer
