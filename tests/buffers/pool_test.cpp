@@ -3,8 +3,10 @@
 #include <kel.h>
 
 #include <cinttypes>
+#include <cstring>
 #include <random>
 #include <thread>
+#include <tuple>
 
 #include "support/faults.hpp"
 #include "support/threads.hpp"
@@ -55,35 +57,26 @@ TEST_F(Pool, CutsAZeroFilledBlockIntoAlignedSlots) {
                 {stereo, 32, 128, 128},
                 {{8000, 1, KEL_AUDIO_TYPE_U8}, 1, 1, 16},
                 {{96000, 6, KEL_AUDIO_TYPE_S24_8LE}, 1024, 24576, 24576}};
-    int a_context = 0;
-    auto* context = reinterpret_cast<kel_context*>(&a_context);
+    auto* context = reinterpret_cast<kel_context*>(this);  // kept, never looked at
     for (const auto& row : rows) {
         pool = kel_create_audio_buffer_pool(context, &row.format, row.nsamples, 3);
         ASSERT_NE(pool, nullptr);
-        EXPECT_EQ(pool->count, 3);
-        EXPECT_EQ(pool->in_use, 0);
-        EXPECT_EQ(pool->flags, 0u);
-        EXPECT_EQ(pool->context, context);
-        EXPECT_EQ(pool->window, nullptr);
-        const auto* data = static_cast<const char*>(pool->buffers[0].ptr);
+        EXPECT_EQ(std::tuple(pool->count, pool->in_use, pool->flags, pool->context, pool->window),
+                  std::tuple(3, 0, 0u, context, nullptr));
+        auto* data = static_cast<char*>(pool->buffers[0].ptr);
         EXPECT_TRUE(std::all_of(data, data + 3 * row.stride, [](char byte) { return byte == 0; }));
-        for (int i = 0; i < 3; ++i) {
-            const kel_buffer& buffer = pool->buffers[i];
-            EXPECT_EQ(buffer.pool, pool);
-            EXPECT_EQ(buffer.ptr, data + i * row.stride);
-            EXPECT_EQ(buffer.size, row.size);
-            EXPECT_EQ(buffer.refcount, 0);
-            EXPECT_EQ(buffer.flags, 0u);
-            EXPECT_EQ(buffer.pixmap, nullptr);
-            EXPECT_EQ(buffer.screen_buffer, nullptr);
-            EXPECT_EQ(buffer.stride, 0);
-            EXPECT_EQ(buffer.paddr, 0u);
-            const kel_buffer_format* format = kel_get_buffer_format(&buffer);
-            EXPECT_EQ(format, &pool->format);
-            EXPECT_EQ(format->type, 2u);
-            EXPECT_EQ(kel_audio_formats_differ(&format->audio, &row.format), 0);
-            EXPECT_EQ(format->nsamples, row.nsamples);
+        for (uint32_t i = 0; i < 3; ++i) {
+            kel_buffer expected;  // the video fields stay 0
+            memset(&expected, 0, sizeof expected);
+            expected.pool = pool;
+            expected.ptr = data + i * row.stride;
+            expected.size = row.size;
+            EXPECT_EQ(memcmp(&pool->buffers[i], &expected, sizeof expected), 0);
         }
+        const kel_buffer_format* format = kel_get_buffer_format(&pool->buffers[2]);
+        EXPECT_EQ(format, &pool->format);
+        EXPECT_EQ(std::pair(format->type, format->nsamples), std::pair(2u, row.nsamples));
+        EXPECT_EQ(kel_audio_formats_differ(&format->audio, &row.format), 0);
         kel_destroy_buffer_pool(&pool);
         EXPECT_EQ(pool, nullptr);
     }
@@ -141,19 +134,6 @@ TEST(PoolCreation, EachFailureIsReported) {
     EXPECT_EQ(tried, std::ssize(steps));
 }
 
-TEST_F(Pool, GivesTheLowestFreeBuffer) {
-    fill(3);
-    EXPECT_EQ(kel_acquire_buffer(pool), nullptr);
-    EXPECT_EQ(kel_acquire_buffer_wait(pool, 0), nullptr);
-    kel_release_buffer(&pool->buffers[2]);
-    kel_release_buffer(&pool->buffers[0]);
-    EXPECT_EQ(pool->in_use, 1);
-    EXPECT_EQ(kel_acquire_buffer(pool), &pool->buffers[0]);
-    EXPECT_EQ(kel_acquire_buffer_wait(pool, 0), &pool->buffers[2]);
-    EXPECT_EQ(pool->in_use, 3);
-    EXPECT_TRUE(log.messages().empty());
-}
-
 TEST_F(Pool, CountsLikeAPlainScan) {
     std::mt19937 random(random_seed());
     for (const int count : {1, 63, 64, 65, 128, 200}) {
@@ -189,26 +169,16 @@ TEST_F(Pool, CountsLikeAPlainScan) {
 TEST_F(Pool, RefusesMisuseAndChangesNothing) {
     fill(1);
     kel_buffer* buffer = &pool->buffers[0];
-    for (int i = 0; i < 2; ++i) EXPECT_EQ(kel_ref_buffer(buffer), 0);
-    for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(pool->in_use, 1);
-        EXPECT_EQ(kel_release_buffer(buffer), 0);
-    }
-    EXPECT_EQ(pool->in_use, 0);
-    EXPECT_TRUE(log.messages().empty());
+    pthread_mutex_lock(&pool->mutex);
+    EXPECT_EQ(kel_release_buffer_unlocked(buffer), 0);
     EXPECT_EQ(kel_release_buffer(buffer), 22);
     EXPECT_EQ(kel_ref_buffer(buffer), 22);
     pthread_mutex_lock(&pool->mutex);
     EXPECT_EQ(kel_release_buffer_unlocked(buffer), 22);
-    EXPECT_EQ(log.messages(), (Messages{no_release, no_reference, no_release}));
-    EXPECT_EQ(buffer->refcount, 0);
-    EXPECT_EQ(pool->in_use, 0);
-
-    EXPECT_EQ(kel_acquire_buffer(pool), buffer);
-    pthread_mutex_lock(&pool->mutex);
-    EXPECT_EQ(kel_release_buffer_unlocked(buffer), 0);
     EXPECT_EQ(pthread_mutex_trylock(&pool->mutex), 0);  // it was given back
     pthread_mutex_unlock(&pool->mutex);
+    EXPECT_EQ(log.messages(), (Messages{no_release, no_reference, no_release}));
+    EXPECT_EQ(std::tuple(buffer->refcount, pool->in_use), std::tuple(0, 0));
 
     kel_buffer_pool* none = nullptr;
     EXPECT_EQ(kel_ref_buffer(nullptr), 0);
