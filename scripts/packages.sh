@@ -14,6 +14,7 @@ packages_build=(
     libegl-dev
     libfreetype-dev
     libgles-dev
+    libglvnd-core-dev
     libpixman-1-dev
     libswscale-dev
     ninja-build
