@@ -1,8 +1,4 @@
-// Images made of pixmaps. Images of other things are the driver's; the handles made here are odd, so that none is an
-// address of the driver's.
-#include <atomic>
-#include <cstdint>
-
+// Images made of pixmaps. Images of other things are the driver's.
 #include "egl/error.hpp"
 #include "egl/records.hpp"
 #include "egl/replacements.hpp"
@@ -10,11 +6,6 @@
 
 namespace platform::egl {
 namespace {
-
-EGLImage next_handle() {
-    static std::atomic<uintptr_t> last{1};
-    return reinterpret_cast<EGLImage>(last.fetch_add(2));
-}
 
 // EGL_IMAGE_PRESERVED may be asked for: the pixels are always kept.
 template <typename Attribute>
@@ -33,7 +24,7 @@ EGLImage create_pixmap_image(EGLDisplay display, EGLContext context, EGLClientBu
         held_frame memory(static_cast<screen_pixmap_t>(static_cast<void*>(pixmap)));
         if (context != EGL_NO_CONTEXT || !accepts(attributes) || !memory || !can_be_texture(memory->format))
             return fail(EGL_BAD_PARAMETER);
-        const EGLImage handle = next_handle();
+        const EGLImage handle = next_image_handle();
         images().add(handle, std::make_shared<image_record>(image_record{display, std::move(memory)}));
         succeed();
         return handle;
@@ -42,9 +33,9 @@ EGLImage create_pixmap_image(EGLDisplay display, EGLContext context, EGLClientBu
 
 template <typename Destroy>
 EGLBoolean destroy(EGLDisplay display, EGLImage handle, Destroy of_driver) {
+    if (!is_image_handle(handle)) return of_driver ? of_driver(display, handle) : fail(EGL_BAD_PARAMETER);
     const auto image = images().find(handle);
-    if (!image) return of_driver ? of_driver(display, handle) : fail(EGL_BAD_PARAMETER);
-    if (image->display != display) return fail(EGL_BAD_PARAMETER);
+    if (!image || image->display != display) return fail(EGL_BAD_PARAMETER);
     images().remove(handle);
     return succeed();
 }

@@ -29,14 +29,14 @@ void active_texture(GLenum unit) {
 }
 
 void image_target_texture_2d(GLenum target, GLeglImageOES handle) {
-    const auto image = images().find(handle);
-    if (!image) {
+    if (!is_image_handle(handle)) {
         if (replaces_image(target, 0)) before_replacing_bound_texture();
         if (driver.glEGLImageTargetTexture2DOES) driver.glEGLImageTargetTexture2DOES(target, handle);
         return;
     }
+    const auto image = images().find(handle);
     const auto texture = static_cast<GLuint>(get_integer(GL_TEXTURE_BINDING_2D));
-    if (target != GL_TEXTURE_2D || texture == 0 || !current().context) return refuse_image(target);
+    if (!image || target != GL_TEXTURE_2D || texture == 0 || !current().context) return refuse_image(target);
     before_replacing_bound_texture();
     try {
         set_image_of(texture, image);

@@ -10,6 +10,11 @@ std::mutex& textures_lock() {
 
 }  // namespace
 
+EGLImage next_image_handle() {
+    static std::atomic<uintptr_t> last{1};
+    return reinterpret_cast<EGLImage>(last.fetch_add(2));
+}
+
 registry<EGLImage, image_record>& images() {
     static auto* all = new registry<EGLImage, image_record>;
     return *all;

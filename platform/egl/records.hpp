@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <unordered_map>
@@ -98,6 +99,12 @@ class registry {
     std::mutex lock_;
     std::unordered_map<Handle, std::shared_ptr<Record>> records_;
 };
+
+// Images made here have odd handles, so that none is an address of the driver's; drivers follow any handle blindly.
+EGLImage next_image_handle();
+inline bool is_image_handle(EGLImage handle) {
+    return reinterpret_cast<uintptr_t>(handle) % 2 != 0;
+}
 
 // They live until the process ends: threads may still use EGL while it exits.
 registry<EGLImage, image_record>& images();

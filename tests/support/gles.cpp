@@ -1,0 +1,83 @@
+#include "support/gles.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+namespace kel_test {
+namespace {
+
+GLuint compile(GLenum type, const char* source) {
+    const GLuint shader = glCreateShader(type);
+    glShaderSource(shader, 1, &source, nullptr);
+    glCompileShader(shader);
+    GLint compiled = GL_FALSE;
+    glGetShaderiv(shader, GL_COMPILE_STATUS, &compiled);
+    char log[1024] = "";
+    if (!compiled) glGetShaderInfoLog(shader, sizeof log, nullptr, log);
+    EXPECT_TRUE(compiled) << log << source;
+    return shader;
+}
+
+}  // namespace
+
+GLuint use_program(const char* vertex_shader, const char* fragment_shader) {
+    static const GLfloat corners[] = {-1, -1, 1, -1, -1, 1, 1, 1};
+    const GLuint program = glCreateProgram();
+    for (const GLuint shader :
+         {compile(GL_VERTEX_SHADER, vertex_shader), compile(GL_FRAGMENT_SHADER, fragment_shader)}) {
+        glAttachShader(program, shader);
+        glDeleteShader(shader);
+    }
+    glBindAttribLocation(program, 0, "p");
+    glLinkProgram(program);
+    glUseProgram(program);
+    glVertexAttribPointer(0, 2, GL_FLOAT, GL_FALSE, 0, corners);
+    glEnableVertexAttribArray(0);
+    EXPECT_EQ(glGetError(), GLenum{GL_NO_ERROR});
+    return program;
+}
+
+void use_tint(float red, float green, float blue, float alpha) {
+    const GLuint program = use_program(quad_vertex_shader, tint_fragment_shader);
+    glUniform4f(glGetUniformLocation(program, "k"), red, green, blue, alpha);
+}
+
+void draw_quad() {
+    glDrawArrays(GL_TRIANGLE_STRIP, 0, 4);
+}
+
+void fill(const PixelRows& rows, int seed) {
+    for (int y = 0; y < rows.height; ++y) {
+        std::fill_n(rows.row(y), rows.stride, uint8_t{0xEE});
+        for (int i = 0; i < rows.width * rows.bytes; ++i)
+            rows.row(y)[i] = i % 4 == 3 ? 255 : static_cast<uint8_t>((seed + i * 5 + y * 28) & 0xFC);
+    }
+}
+
+std::vector<uint8_t> pixels(const PixelRows& rows) {
+    std::vector<uint8_t> all;
+    for (int y = 0; y < rows.height; ++y)
+        all.insert(all.end(), rows.row(y), rows.row(y) + rows.width * rows.bytes);
+    return all;
+}
+
+std::vector<uint8_t> tinted(std::vector<uint8_t> pixels) {
+    for (std::size_t i = 0; i < pixels.size(); i += 4) {
+        pixels[i] = static_cast<uint8_t>(pixels[i] / 4);
+        pixels[i + 1] = static_cast<uint8_t>(pixels[i + 1] / 2);
+    }
+    return pixels;
+}
+
+bool padding_is_untouched(const PixelRows& rows) {
+    for (int y = 0; y < rows.height; ++y) {
+        const uint8_t* end = rows.row(y) + rows.stride;
+        if (!std::all_of<const uint8_t*>(rows.row(y) + rows.width * rows.bytes, end,
+                                         [](uint8_t b) { return b == 0xEE; }))
+            return false;
+    }
+    return true;
+}
+
+}  // namespace kel_test
