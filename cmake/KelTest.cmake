@@ -14,19 +14,23 @@ if(KEL_SANITIZE)
 endif()
 include(GoogleTest)
 
-# kel_add_test(NAME SOURCES... [LIBRARIES ...] [LABELS ...] [TIMEOUT seconds]): one GoogleTest program, every case
-# known to ctest. The label "neon" marks what is also run on ARM with NEON, where only the kernels differ.
+# kel_add_test(NAME SOURCES... [LIBRARIES ...] [LABELS label] [TIMEOUT seconds] [NEON]): one GoogleTest program, every
+# case known to ctest. NEON marks what is also run on ARM with NEON, where only the kernels differ.
 function(kel_add_test name)
-  cmake_parse_arguments(arg "" "TIMEOUT" "SOURCES;LIBRARIES;LABELS" ${ARGN})
-  if(KEL_ARM_NEON AND NOT "neon" IN_LIST arg_LABELS)
-    return()
-  endif()
+  cmake_parse_arguments(arg "NEON" "TIMEOUT;LABELS" "SOURCES;LIBRARIES" ${ARGN})
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 300)
   endif()
   add_executable(${name} ${arg_SOURCES})
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/tests)
   target_link_libraries(${name} PRIVATE kel_options kel kel_test_support gtest ${arg_LIBRARIES})
-  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST
-    PROPERTIES LABELS "${arg_LABELS}" TIMEOUT ${arg_TIMEOUT})
+  if(KEL_ARM_NEON AND NOT arg_NEON)
+    set_target_properties(${name} PROPERTIES EXCLUDE_FROM_ALL ON)
+    return()
+  endif()
+  set(properties TIMEOUT ${arg_TIMEOUT})
+  if(arg_LABELS)
+    list(APPEND properties LABELS ${arg_LABELS})
+  endif()
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES ${properties})
 endfunction()

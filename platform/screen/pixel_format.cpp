@@ -2,6 +2,7 @@
 
 #include <screen/screen.h>
 
+#include <cstdint>
 #include <iterator>
 
 namespace platform::screen {
@@ -60,8 +61,9 @@ bool lay_out_frame(int format, int width, int height, frame_layout& layout) {
         p = {row->planes[i], layout.size, 0};
         p.stride = i == 0 ? round_up(static_cast<int>(p.row_bytes(width)), row_alignment)
                           : layout.stride() * p.shape.unit / p.shape.column_step;
-        layout.size += static_cast<std::size_t>(p.stride) * static_cast<std::size_t>(p.rows(height));
-        if (layout.size > largest_frame) return false;
+        const uint64_t size = layout.size + uint64_t{static_cast<unsigned>(p.stride)} * p.rows(height);
+        if (size > largest_frame) return false;
+        layout.size = static_cast<std::size_t>(size);
     }
     return true;
 }
