@@ -56,11 +56,11 @@ constexpr kel_channel_conversion_step kel_channel_conversion_steps_c[7] = {
 
 namespace {
 
-// Every row but the last has a kernel, and no row stands twice.
+// The last row, and no other, is all zeros, and no row stands twice.
 template <typename Row, std::size_t count, typename Same>
 constexpr bool well_formed(const Row (&table)[count], Same same) {
     for (std::size_t i = 0; i < count; ++i) {
-        if ((table[i].kernel != nullptr) != (i + 1 < count)) return false;
+        if (same(table[i], Row{}) != (i + 1 == count)) return false;
         for (std::size_t j = 0; j < i; ++j)
             if (same(table[i], table[j])) return false;
     }
