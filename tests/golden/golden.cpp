@@ -60,33 +60,35 @@ void write_png(const std::string& path, const Picture& picture) {
     if (!png_image_write_to_file(&image, path.c_str(), 0, picture.bgra.data(), 0, nullptr)) fail(path, image);
 }
 
+testing::AssertionResult same(const Picture& actual, const Picture& expected, int tolerance) {
+    if (expected.width != actual.width || expected.height != actual.height) {
+        return testing::AssertionFailure() << "size " << actual.width << " x " << actual.height
+                                           << " instead of " << expected.width << " x " << expected.height;
+    }
+    if (actual.bgra == expected.bgra) return testing::AssertionSuccess();
+    std::ostringstream differences;
+    int count = 0;
+    for (int y = 0; y < actual.height; ++y) {
+        for (int x = 0; x < actual.width; ++x) {
+            if (close(actual.pixel(x, y), expected.pixel(x, y), tolerance) || count++ >= named_pixels)
+                continue;
+            differences << "\n  (" << x << ", " << y << ") is " << describe(actual.pixel(x, y))
+                        << " instead of " << describe(expected.pixel(x, y));
+        }
+    }
+    if (count == 0) return testing::AssertionSuccess();
+    return testing::AssertionFailure() << count << " pixels differ:" << differences.str();
+}
+
 testing::AssertionResult matches(const std::string& name, const Picture& picture, int tolerance) {
     const std::string path = KEL_GOLDEN_FOLDER "/" + name + ".png";
     if (std::getenv("KEL_GOLDEN_UPDATE")) {
         write_png(path, picture);
         return testing::AssertionSuccess();
     }
-    const Picture expected = read_png(path);
-    std::ostringstream differences;
-    int count = 0;
-    if (expected.width != picture.width || expected.height != picture.height) {
-        differences << " has size " << picture.width << " x " << picture.height << " instead of "
-                    << expected.width << " x " << expected.height;
-        ++count;
-    } else {
-        for (int y = 0; y < picture.height; ++y) {
-            for (int x = 0; x < picture.width; ++x) {
-                if (close(picture.pixel(x, y), expected.pixel(x, y), tolerance)) continue;
-                if (count++ < named_pixels) {
-                    differences << "\n  (" << x << ", " << y << ") is " << describe(picture.pixel(x, y))
-                                << " instead of " << describe(expected.pixel(x, y));
-                }
-            }
-        }
-    }
-    if (count == 0) return testing::AssertionSuccess();
-    write_png(name + ".png", picture);
-    return testing::AssertionFailure() << name << ".png, " << count << " differences:" << differences.str();
+    testing::AssertionResult result = same(picture, read_png(path), tolerance);
+    if (!result) write_png(name + ".png", picture);
+    return result << " (" << name << ".png)";
 }
 
 }  // namespace golden

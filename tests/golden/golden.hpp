@@ -27,9 +27,11 @@ Picture copy(const void* pixels, int width, int height, std::ptrdiff_t stride);
 Picture read_png(const std::string& path);
 void write_png(const std::string& path, const Picture& picture);
 
-// Compares with tests/golden/NAME.png and names the pixels that differ; the picture at hand is then written
-// to NAME.png in the working folder. With a tolerance, each channel's share of what is seen (channel times
-// alpha) and alpha itself may differ by that much.
+// Names the pixels that differ. With a tolerance, each channel's share of what is seen (channel times alpha) and
+// alpha itself may differ by that much.
+testing::AssertionResult same(const Picture& actual, const Picture& expected, int tolerance = 0);
+
+// The same with tests/golden/NAME.png; a picture that differs is written to NAME.png in the working folder.
 testing::AssertionResult matches(const std::string& name, const Picture& picture, int tolerance = 0);
 
 }  // namespace golden
