@@ -14,16 +14,17 @@ struct kel_audio_converter {
     int32_t max_frame_bytes;  // of either format's containers with either's channels
     kel_audio_format from;
     kel_audio_format to;
-    kel_audio_step* chain;  // owned, never empty
+    kel_audio_step* chain;       // owned, never empty
+    int32_t widest_frame_bytes;  // of any format between two steps: at most twice max_frame_bytes
 };
 #if UINTPTR_MAX == UINT32_MAX
-static_assert(sizeof(kel_audio_converter) == 48 && offsetof(kel_audio_converter, from) == 20);
+static_assert(sizeof(kel_audio_converter) == 52 && offsetof(kel_audio_converter, from) == 20);
 static_assert(sizeof(kel_audio_conversion) == 40 && offsetof(kel_audio_conversion, consumed_bytes) == 24);
 #endif
 
 namespace {
 
-// A buffer holds twice what the block needs in its own formats: a step between may be wider than both ends.
+// A buffer holds twice what the block needs in its own formats: the 16-bit middle of a chain between 8-bit ends fits.
 constexpr int64_t buffer_factor = 2;
 
 struct frame_counts {
@@ -34,7 +35,14 @@ bool has_frames(const kel_audio_format* format) {
     return format && format->channels > 0 && kel_get_audio_sample_size(format) > 0;
 }
 
-kel_audio_step* plan_chain(const kel_audio_format& from, const kel_audio_format& to) {
+int32_t widest_frame(const kel_audio_plan_node* last) {
+    int32_t widest = 0;
+    for (const kel_audio_plan_node* node = last; node; node = node->parent)
+        widest = std::max(widest, kel_get_audio_sample_size(&node->output));
+    return widest;
+}
+
+kel_audio_step* plan_chain(const kel_audio_format& from, const kel_audio_format& to, int32_t& widest) {
     kel::audio_plan plan(from, to);
     const kel_audio_plan_node* last = plan.search(kel::type_steps::direct);
     if (!last) last = plan.search(kel::type_steps::any);
@@ -42,6 +50,7 @@ kel_audio_step* plan_chain(const kel_audio_format& from, const kel_audio_format&
         errno = EINVAL;
         return nullptr;
     }
+    widest = widest_frame(last);
     return kel::build_chain(last);
 }
 
@@ -53,7 +62,8 @@ int32_t frames_in(int32_t bytes, const kel_audio_format& format, int32_t limit) 
 // Grows the buffers to what the block needs. They are kept when that fails and are large enough for it.
 bool ensure_buffers(kel_audio_converter& converter, int32_t frames) {
     const int64_t need = int64_t{converter.max_frame_bytes} * frames;
-    if (converter.buffer_capacity >= need && converter.buffers[0]) return true;
+    const int64_t widest = int64_t{converter.widest_frame_bytes} * frames;
+    if (converter.buffer_capacity >= std::max(need, widest) && converter.buffers[0]) return true;
     const int64_t total = 2 * buffer_factor * need;
     KEL_LOG_INFO("converter: Allocating %d bytes", static_cast<int>(total));
     free(converter.buffers[0]);
@@ -95,7 +105,8 @@ void set_results(const kel_audio_converter& converter, kel_audio_conversion& req
 
 kel_audio_converter* kel_create_audio_converter(const kel_audio_format* from, const kel_audio_format* to) {
     errno = EINVAL;
-    kel_audio_step* chain = has_frames(from) && has_frames(to) ? plan_chain(*from, *to) : nullptr;
+    int32_t widest = 0;
+    kel_audio_step* chain = has_frames(from) && has_frames(to) ? plan_chain(*from, *to, widest) : nullptr;
     if (!chain) {
         if (errno == EINVAL) {
             KEL_LOG_ERROR("kel:   Cannot create audio conversion chain.");
@@ -116,6 +127,7 @@ kel_audio_converter* kel_create_audio_converter(const kel_audio_format* from, co
     converter->from = *from;
     converter->to = *to;
     converter->chain = chain;
+    converter->widest_frame_bytes = widest;
     return converter.release();
 }
 
