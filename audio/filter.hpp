@@ -5,7 +5,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <limits>
 
 namespace kel {
 
@@ -29,14 +28,6 @@ constexpr int32_t frames_to_process(const kel_audio_filter_port& in, const kel_a
     if (in.available < frames) frames = in.available;
     if (out.capacity < frames) frames = out.capacity;
     return frames < 0 ? 0 : frames;
-}
-
-// value as a signed 32-bit integer: truncated toward zero, saturated, 0 for NaN.
-constexpr int32_t truncate_to_int32(double value) {
-    if (value != value) return 0;
-    if (value >= 2147483647.0) return std::numeric_limits<int32_t>::max();
-    if (value <= -2147483648.0) return std::numeric_limits<int32_t>::min();
-    return static_cast<int32_t>(value);
 }
 
 }  // namespace kel

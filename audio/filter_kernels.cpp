@@ -1,25 +1,16 @@
-// The inner loops of the audio filters, compiled once per level (simd.hpp).
+// The inner loops of the audio filters, compiled once per level (core/simd.hpp).
 #include "audio/filter_kernels.hpp"
 
 #include <cstring>
-#include <limits>
 
 #if defined(__SSE2__)
 #include <immintrin.h>
 #endif
 
+#include "audio/fixed_point.hpp"
+
 namespace kel::KEL_SIMD_LEVEL {
 namespace {
-
-// product >> shift as 32 bits, saturated: it fits exactly when its upper bits are all copies of the sign.
-template <int shift>
-int32_t shift_and_saturate(int64_t product) {
-    const auto high = static_cast<int32_t>(product >> 32);
-    const auto shifted = static_cast<int32_t>(static_cast<uint64_t>(product) >> shift);
-    const int32_t limit = high >> 31 ^ std::numeric_limits<int32_t>::max();
-    const int32_t beyond = (high >> (shift - 1)) ^ (high >> 31);
-    return beyond == 0 ? shifted : limit;
-}
 
 void gain(int32_t* out, const int32_t* in, const int32_t* gain_values, size_t count) {
     KEL_INDEPENDENT_ITERATIONS
@@ -28,135 +19,126 @@ void gain(int32_t* out, const int32_t* in, const int32_t* gain_values, size_t co
     }
 }
 
-// One channel's value, or two neighbouring channels' values in two lanes. Both have the same operators.
-using mono = double;
-typedef double stereo __attribute__((vector_size(16)));
-typedef int32_t stereo_values __attribute__((vector_size(8)));
-
-template <typename Value>
-constexpr size_t lanes = sizeof(Value) / sizeof(double);
-
-template <typename Value>
-Value load(const int32_t* values);
-
-template <>
-mono load<mono>(const int32_t* values) {
-    return *values;
-}
-
-template <>
-stereo load<stereo>(const int32_t* values) {
-    stereo_values pair;
-    memcpy(&pair, values, sizeof pair);
-    return __builtin_convertvector(pair, stereo);
-}
+// The values of two neighbouring channels of a frame side by side, so that the chain of operations from one frame to
+// the next, which limits the speed, is walked once for both. A single channel leaves the second lane at 0.
+typedef double lanes __attribute__((vector_size(16)));
 
 constexpr double lowest = -2147483648.0;
 constexpr double highest = 2147483647.0;
 
 #if defined(__SSE2__)
 
-// The processor defines what becomes of values outside the 32-bit range, so a block may be tried without clamping.
-constexpr bool may_try_unclamped = true;
-
-void store(int32_t* values, mono value) {
-    *values = _mm_cvttsd_si32(_mm_set_sd(value));
+template <size_t channels>
+lanes load(const int32_t* values) {
+    const auto* at = reinterpret_cast<const __m128i*>(values);
+    return _mm_cvtepi32_pd(channels == 2 ? _mm_loadl_epi64(at) : _mm_cvtsi32_si128(*values));
 }
 
-void store(int32_t* values, stereo value) {
-    const __m128i pair = _mm_cvttpd_epi32(value);
-    memcpy(values, &pair, 2 * sizeof *values);
+template <size_t channels>
+void store(int32_t* values, lanes v) {
+    const __m128i bits = _mm_cvttpd_epi32(v);
+    if constexpr (channels == 2) {
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(values), bits);
+    } else {
+        *values = _mm_cvtsi128_si32(bits);
+    }
 }
 
-// Truncation toward zero, inside floating point where the processor can.
+// Toward zero, for values inside the 32-bit range; within floating point where the processor can.
+lanes truncate(lanes v) {
 #if defined(__SSE4_1__)
-mono truncate(mono value) {
-    const __m128d wide = _mm_set_sd(value);
-    return _mm_cvtsd_f64(_mm_round_sd(wide, wide, _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC));
-}
-stereo truncate(stereo value) {
-    return _mm_round_pd(value, _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC);
-}
+    return _mm_round_pd(v, _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC);
 #else
-mono truncate(mono value) {
-    return _mm_cvttsd_si32(_mm_set_sd(value));
-}
-stereo truncate(stereo value) {
-    return _mm_cvtepi32_pd(_mm_cvttpd_epi32(value));
-}
+    return _mm_cvtepi32_pd(_mm_cvttpd_epi32(v));
 #endif
+}
 
 #else
 
-constexpr bool may_try_unclamped = false;
-
-void store(int32_t* values, mono value) {
-    *values = static_cast<int32_t>(value);
+template <size_t channels>
+lanes load(const int32_t* values) {
+    lanes v = {};
+    for (size_t c = 0; c < channels; ++c) v[c] = values[c];
+    return v;
 }
 
-void store(int32_t* values, stereo value) {
-    const stereo_values pair = __builtin_convertvector(value, stereo_values);
-    memcpy(values, &pair, sizeof pair);
+template <size_t channels>
+void store(int32_t* values, lanes v) {
+    for (size_t c = 0; c < channels; ++c) values[c] = static_cast<int32_t>(v[c]);
 }
 
-mono truncate(mono value) {
-    return static_cast<int32_t>(value);
-}
-stereo truncate(stereo value) {
-    return __builtin_convertvector(__builtin_convertvector(value, stereo_values), stereo);
+lanes truncate(lanes v) {
+    return lanes{static_cast<double>(static_cast<int32_t>(v[0])),
+                 static_cast<double>(static_cast<int32_t>(v[1]))};
 }
 
 #endif
 
-template <typename Value>
-Value clamp(Value value) {
-    const Value low = Value{} + lowest;
-    const Value high = Value{} + highest;
-    value = value < low ? low : value;
-    return value > high ? high : value;
+lanes both(double value) {
+    return lanes{value, value};
 }
 
-bool all_at_most(mono value, double bound) {
-    return value <= bound;
-}
-bool all_at_most(stereo value, double bound) {
-    return value[0] <= bound && value[1] <= bound;
-}
-
-template <typename Value>
+// What a filter remembers: the last two frames of input and of output.
 struct memory {
-    Value x1, x2, y1, y2;
+    lanes x1, x2, y1, y2;
 };
 
-// Saturation in the feedback path would cost a third of the time, and hardly any block needs it: a block is first
-// run without it. False when a value went beyond the 32-bit range; then nothing that was computed holds.
-template <bool saturating, typename Value>
-bool recur(const biquad_coefficients& c, memory<Value>& state, const int32_t* in, size_t stride,
-           int32_t* y_out, size_t frames) {
-    const Value b0 = Value{} + c.b0, b1 = Value{} + c.b1, b2 = Value{} + c.b2;
-    const Value a1 = Value{} + c.a1, a2 = Value{} + c.a2;
-    Value x1 = state.x1, x2 = state.x2, y1 = state.y1, y2 = state.y2;
-    Value least = {}, most = {};
+template <size_t channels>
+void recur_exactly(const biquad_coefficients& c, memory& state, const int32_t* in, size_t stride,
+                   int32_t* out, size_t frames) {
+    memory m = state;
     for (size_t n = 0; n < frames; ++n) {
-        const Value x = load<Value>(in + n * stride);
-        Value y = b0 * x + b1 * x1 + b2 * x2 - a1 * y1 - a2 * y2;
-        if constexpr (saturating) {
-            y = clamp(y);
-        } else {
-            least = y < least ? y : least;
-            most = y > most ? y : most;
-        }
-        y = truncate(y);
-        store(y_out + n * lanes<Value>, y);
-        x2 = x1;
-        x1 = x;
-        y2 = y1;
-        y1 = y;
+        const lanes x = load<channels>(in + n * stride);
+        lanes y = c.b0 * x + c.b1 * m.x1 + c.b2 * m.x2 - c.a1 * m.y1 - c.a2 * m.y2;
+        y = y < lowest ? both(lowest) : y;
+        y = truncate(y > highest ? both(highest) : y);
+        store<channels>(out + n * channels, y);
+        m = {x, m.x1, y, m.y1};
     }
-    if (!all_at_most(most, highest) || !all_at_most(-least, -lowest)) return false;
-    state = {x1, x2, y1, y2};
+    state = m;
+}
+
+#if defined(__SSE2__)
+
+typedef int64_t lane_bits __attribute__((vector_size(16)));
+
+// The same faster, or false: then nothing that was computed holds. What limits the speed is the way from one output to
+// the next. It is shortened by leaving saturation out and taking y[n-1]'s term last, which nearly always gives the same
+// integer; that it did is checked beside the chain, with the right order.
+template <size_t channels>
+bool recur_boldly(const biquad_coefficients& c, memory& state, const int32_t* in, size_t stride, int32_t* out,
+                  size_t frames) {
+    memory m = state;
+    lanes least = {}, most = {};
+    lane_bits wrong = {};
+    for (size_t n = 0; n < frames; ++n) {
+        const lanes x = load<channels>(in + n * stride);
+        const lanes from_inputs = c.b0 * x + c.b1 * m.x1 + c.b2 * m.x2;
+        const lanes newer = c.a1 * m.y1, older = c.a2 * m.y2;
+        const lanes y = truncate(from_inputs - older - newer);
+        const lanes right = from_inputs - newer - older;
+        wrong |= reinterpret_cast<lane_bits>(y) ^ reinterpret_cast<lane_bits>(truncate(right));
+        least = right < least ? right : least;
+        most = right > most ? right : most;
+        store<channels>(out + n * channels, y);
+        m = {x, m.x1, y, m.y1};
+    }
+    const bool in_range =
+        least[0] >= lowest && least[1] >= lowest && most[0] <= highest && most[1] <= highest;
+    if ((wrong[0] | wrong[1]) != 0 || !in_range) return false;
+    state = m;
     return true;
 }
+
+#else
+
+// Here a value outside the 32-bit range must not reach the conversion.
+template <size_t channels>
+bool recur_boldly(const biquad_coefficients&, memory&, const int32_t*, size_t, int32_t*, size_t) {
+    return false;
+}
+
+#endif
 
 int32_t mixed(int32_t mix, int32_t y, int32_t x) {
     const auto wet = static_cast<uint64_t>(static_cast<int64_t>(mix) * y);
@@ -185,32 +167,32 @@ void commit(const biquad_section& s, size_t first, size_t width, const int32_t* 
     }
 }
 
-template <typename Value>
+template <size_t channels>
 void filter_channels(const biquad_coefficients& c, const biquad_section& s, size_t channel) {
     constexpr size_t block_frames = 256;
-    int32_t y[block_frames * lanes<Value>];
+    int32_t y[block_frames * channels];
     const size_t older = channel, newer = s.channels + channel;
-    memory<Value> state = {load<Value>(s.x_history + newer), load<Value>(s.x_history + older),
-                           load<Value>(s.y_history + newer), load<Value>(s.y_history + older)};
+    memory state = {load<channels>(s.x_history + newer), load<channels>(s.x_history + older),
+                    load<channels>(s.y_history + newer), load<channels>(s.y_history + older)};
     for (size_t done = 0; done < s.frames; done += block_frames) {
         const size_t frames = s.frames - done < block_frames ? s.frames - done : block_frames;
         const size_t first = done * s.channels + channel;
-        if (!may_try_unclamped || !recur<false>(c, state, s.in + first, s.channels, y, frames)) {
-            recur<true>(c, state, s.in + first, s.channels, y, frames);
+        const int32_t* in = s.in + first;
+        if (!recur_boldly<channels>(c, state, in, s.channels, y, frames)) {
+            recur_exactly<channels>(c, state, in, s.channels, y, frames);
         }
-        commit(s, first, lanes<Value>, y, frames);
+        commit(s, first, channels, y, frames);
     }
-    store(s.x_history + newer, state.x1);
-    store(s.x_history + older, state.x2);
-    store(s.y_history + newer, state.y1);
-    store(s.y_history + older, state.y2);
+    store<channels>(s.x_history + newer, state.x1);
+    store<channels>(s.x_history + older, state.x2);
+    store<channels>(s.y_history + newer, state.y1);
+    store<channels>(s.y_history + older, state.y2);
 }
 
 void biquad(const biquad_coefficients& coefficients, const biquad_section& section) {
     size_t channel = 0;
-    for (; channel + 1 < section.channels; channel += 2)
-        filter_channels<stereo>(coefficients, section, channel);
-    if (channel < section.channels) filter_channels<mono>(coefficients, section, channel);
+    for (; channel + 1 < section.channels; channel += 2) filter_channels<2>(coefficients, section, channel);
+    if (channel < section.channels) filter_channels<1>(coefficients, section, channel);
 }
 
 }  // namespace

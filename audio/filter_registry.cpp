@@ -7,6 +7,7 @@
 #include <span>
 
 #include "audio/filter.hpp"
+#include "core/arith.hpp"
 
 namespace kel {
 namespace {

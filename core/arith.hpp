@@ -34,4 +34,12 @@ constexpr Narrow saturate(Wide value) {
     return static_cast<Narrow>(value < low ? low : value > high ? high : value);
 }
 
+// value as a signed 32-bit integer: truncated toward zero, saturated, 0 for not-a-number.
+constexpr int32_t truncate_to_int32(double value) {
+    if (value != value) return 0;
+    if (value >= 2147483647.0) return std::numeric_limits<int32_t>::max();
+    if (value <= -2147483648.0) return std::numeric_limits<int32_t>::min();
+    return static_cast<int32_t>(value);
+}
+
 }  // namespace kel
