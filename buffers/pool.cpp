@@ -208,5 +208,5 @@ void kel_destroy_buffer_pool_when_unused(kel_buffer_pool* pool) {
 }
 
 const kel_buffer_format* kel_get_buffer_format(const kel_buffer* buffer) {
-    return &buffer->pool->format;
+    return buffer ? &buffer->pool->format : nullptr;
 }

@@ -305,7 +305,7 @@ KEL_API void kel_destroy_buffer_pool(kel_buffer_pool** pool);
  */
 KEL_API void kel_destroy_buffer_pool_when_unused(kel_buffer_pool* pool);
 
-/* The format record of the buffer's pool, valid while the pool lives. Thread-safety: any thread. */
+/* The format record of the buffer's pool, valid while the pool lives; null for null. Thread-safety: any thread. */
 KEL_API const kel_buffer_format* kel_get_buffer_format(const kel_buffer* buffer);
 
 /* ------------------------------------------------------------------------------------------------------------

@@ -184,6 +184,7 @@ TEST_F(Pool, RefusesMisuseAndChangesNothing) {
     EXPECT_EQ(kel_ref_buffer(nullptr), 0);
     EXPECT_EQ(kel_release_buffer(nullptr), 22);
     EXPECT_EQ(kel_release_buffer_unlocked(nullptr), 22);
+    EXPECT_EQ(kel_get_buffer_format(nullptr), nullptr);
     EXPECT_EQ(kel_acquire_buffer(nullptr), nullptr);
     EXPECT_EQ(kel_acquire_buffer_wait(nullptr, -1), nullptr);
     kel_destroy_buffer_pool(&none);
