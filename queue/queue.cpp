@@ -28,6 +28,7 @@ struct kel_queue {
     uint32_t full_waiters;         // threads that wait on full_cond
     kel_queue_node* spare;         // nodes of items taken, for the next enqueues
     uint32_t spare_count;
+    uint32_t crowded;  // operations until two threads count as out of each other's way; a hint
 };
 
 #if UINTPTR_MAX == UINT32_MAX
@@ -45,9 +46,11 @@ constexpr uint32_t queue_closed = 1;
 // Spare nodes kept at most: 16 KiB on 64-bit, and more than the queues of a media graph ever hold.
 constexpr uint32_t max_spare_nodes = 1024;
 
-// Looks at the queue before a thread goes to sleep: some microseconds, less than the sleep and wake-up that a
-// busy other side saves.
-constexpr int spin_rounds = 100;
+// A thread looks again this often before it sleeps: some microseconds, less than the sleep and the wake-up that
+// the other side's next call mostly saves. Nobody keeps the lock for longer than a few steps, but for clearing.
+constexpr int wait_spins = 300;
+constexpr int lock_spins = 100;
+constexpr uint32_t crowded_rounds = 1000;
 
 void relax_cpu() {
 #if defined(__x86_64__) || defined(__i386__)
@@ -73,26 +76,63 @@ void wake_all(pthread_cond_t& cond, uint32_t waiters) {
     if (waiters != 0) pthread_cond_broadcast(&cond);
 }
 
-// One wait on a condition variable, with a fresh deadline. 0, or the wait's error.
-int wait_once(pthread_cond_t& cond, pthread_mutex_t& mutex, int32_t timeout_ms) {
-    if (timeout_ms == -1) return pthread_cond_wait(&cond, &mutex);
-    const timespec deadline = kel::deadline_from_now(timeout_ms);
-    return pthread_cond_timedwait(&cond, &mutex, &deadline);
-}
+// The queue's lock for putting and taking. Where two threads have met lately, whoever finds it taken tries for a
+// while before going to sleep: it is free again sooner than a sleeper wakes.
+class KEL_SCOPED_CAPABILITY brief_lock {
+  public:
+    explicit brief_lock(kel_queue& queue) KEL_ACQUIRE(queue.modify_mutex) : queue_(queue) { acquire(); }
+    ~brief_lock() KEL_RELEASE() { pthread_mutex_unlock(&queue_.modify_mutex); }
+    brief_lock(const brief_lock&) = delete;
+    brief_lock& operator=(const brief_lock&) = delete;
 
-// Waits until `blocked` no longer holds. False when a wait fails or times out. The caller holds the lock,
-// before and after.
-template <bool blocked(const kel_queue&)>
-[[gnu::noinline]] bool wait_while(kel_queue& queue, pthread_cond_t& cond, uint32_t& waiters,
-                                  int32_t timeout_ms) {
-    if (timeout_ms != 0) {
-        pthread_mutex_unlock(&queue.modify_mutex);
-        for (int round = 0; round < spin_rounds && blocked(queue); ++round) relax_cpu();
-        pthread_mutex_lock(&queue.modify_mutex);
+    // Lets others in while `blocked` holds, for some microseconds.
+    template <bool blocked(const kel_queue&)>
+    void step_aside() KEL_THREAD_ANNOTATION(no_thread_safety_analysis) {
+        kel::write_for_unlocked(queue_.crowded, crowded_rounds);
+        pthread_mutex_unlock(&queue_.modify_mutex);
+        for (int round = 0; round < wait_spins && blocked(queue_); ++round) relax_cpu();
+        acquire();
     }
+
+    // One wait, with a fresh deadline. 0, or the wait's error.
+    int wait(pthread_cond_t& cond, int32_t timeout_ms) {
+        if (timeout_ms == -1) return pthread_cond_wait(&cond, &queue_.modify_mutex);
+        const timespec deadline = kel::deadline_from_now(timeout_ms);
+        return pthread_cond_timedwait(&cond, &queue_.modify_mutex, &deadline);
+    }
+
+  private:
+    void acquire() KEL_THREAD_ANNOTATION(no_thread_safety_analysis) {
+        if (kel::read_unlocked(queue_.crowded) == 0)
+            pthread_mutex_lock(&queue_.modify_mutex);
+        else
+            acquire_in_a_crowd();
+    }
+
+    [[gnu::noinline]] void acquire_in_a_crowd() KEL_THREAD_ANNOTATION(no_thread_safety_analysis) {
+        int round = 0;
+        while (pthread_mutex_trylock(&queue_.modify_mutex) != 0) {
+            if (++round > lock_spins) {
+                pthread_mutex_lock(&queue_.modify_mutex);
+                break;
+            }
+            relax_cpu();
+        }
+        const uint32_t left = queue_.crowded == 0 ? 0 : queue_.crowded - 1;
+        kel::write_for_unlocked(queue_.crowded, round == 0 ? left : crowded_rounds);
+    }
+
+    kel_queue& queue_;
+};
+
+// Waits until `blocked` no longer holds. False when a wait fails or times out.
+template <bool blocked(const kel_queue&)>
+[[gnu::noinline]] bool wait_while(brief_lock& lock, kel_queue& queue, pthread_cond_t& cond, uint32_t& waiters,
+                                  int32_t timeout_ms) {
+    if (timeout_ms != 0) lock.step_aside<blocked>();
     while (blocked(queue)) {
         ++waiters;
-        const int error = wait_once(cond, queue.modify_mutex, timeout_ms);
+        const int error = lock.wait(cond, timeout_ms);
         --waiters;
         if (error != 0) return false;
     }
@@ -138,8 +178,9 @@ void clear(kel_queue& queue) {
 
 int enqueue(kel_queue* queue, void* data, int32_t timeout_ms) {
     if (!queue) return 0;
-    kel::lock_guard lock(queue->modify_mutex);
-    if (is_full(*queue) && !wait_while<is_full>(*queue, queue->full_cond, queue->full_waiters, timeout_ms)) {
+    brief_lock lock(*queue);
+    if (is_full(*queue) &&
+        !wait_while<is_full>(lock, *queue, queue->full_cond, queue->full_waiters, timeout_ms)) {
         return 0;
     }
     if (is_closed(*queue)) return 0;
@@ -156,9 +197,9 @@ int enqueue(kel_queue* queue, void* data, int32_t timeout_ms) {
 
 int dequeue(kel_queue* queue, void** data_out, int32_t timeout_ms) {
     if (!queue) return 0;
-    kel::lock_guard lock(queue->modify_mutex);
+    brief_lock lock(*queue);
     if (is_empty(*queue) &&
-        !wait_while<is_empty>(*queue, queue->empty_cond, queue->empty_waiters, timeout_ms)) {
+        !wait_while<is_empty>(lock, *queue, queue->empty_cond, queue->empty_waiters, timeout_ms)) {
         return 0;
     }
     kel_queue_node* node = queue->head;
