@@ -4,6 +4,11 @@
 
 #include "support/threads.hpp"
 
+// The software rasteriser's own threads meet in ways that the thread sanitizer cannot see.
+extern "C" const char* __tsan_default_suppressions() {
+    return "race:swrast_dri.so\n";
+}
+
 int main(int argc, char** argv) {
     ::testing::InitGoogleTest(&argc, argv);
     if (!::testing::GTEST_FLAG(list_tests)) std::printf("KEL_TEST_SEED=%lu\n", kel_test::random_seed());
