@@ -14,8 +14,7 @@ void load(Function& function, const char* name) {
 
 void Egl::SetUp() {
     Screen::SetUp();
-    display = eglGetDisplay(EGL_DEFAULT_DISPLAY);
-    ASSERT_TRUE(eglInitialize(display, nullptr, nullptr));
+    display = open_display();
     const EGLint wanted[] = {EGL_RED_SIZE,  8, EGL_GREEN_SIZE,   8,
                              EGL_BLUE_SIZE, 8, EGL_ALPHA_SIZE,   8,
                              EGL_SAMPLES,   0, EGL_SURFACE_TYPE, EGL_PIXMAP_BIT | EGL_WINDOW_BIT,

@@ -1,11 +1,19 @@
 #include "support/gles.hpp"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <link.h>
 
 #include <algorithm>
+#include <cstring>
 
 namespace kel_test {
 namespace {
+
+int pin_driver(dl_phdr_info* object, std::size_t, void*) {
+    if (std::strstr(object->dlpi_name, "_dri.so")) dlopen(object->dlpi_name, RTLD_NOW | RTLD_NODELETE);
+    return 0;
+}
 
 GLuint compile(GLenum type, const char* source) {
     const GLuint shader = glCreateShader(type);
@@ -20,6 +28,14 @@ GLuint compile(GLenum type, const char* source) {
 }
 
 }  // namespace
+
+EGLDisplay open_display() {
+    EGLDisplay display = eglGetDisplay(EGL_DEFAULT_DISPLAY);
+    EXPECT_TRUE(eglInitialize(display, nullptr, nullptr));
+    static const int pinned = dl_iterate_phdr(pin_driver, nullptr);
+    EXPECT_EQ(pinned, 0);
+    return display;
+}
 
 GLuint use_program(const char* vertex_shader, const char* fragment_shader) {
     static const GLfloat corners[] = {-1, -1, 1, -1, -1, 1, 1, 1};

@@ -22,6 +22,10 @@ uniform sampler2D s;
 uniform vec4 k;
 void main() { gl_FragColor = texture2D(s, t) * k; })";
 
+// The display of the machine, initialised. Its driver stays loaded after eglTerminate: it forgets memory when it is
+// unloaded, and nobody could tell any more that the leak is not ours.
+EGLDisplay open_display();
+
 // A linked program in use, with the quad's corners set up; a shader that does not compile is a test failure.
 GLuint use_program(const char* vertex_shader, const char* fragment_shader);
 
