@@ -67,7 +67,7 @@ int kel_gles_retarget_texture(kel_texture* texture, const kel_slice* slice) {
 }
 
 void kel_gles_destroy_texture(kel_texture** texture) {
-    if (!*texture) return;
+    if (!texture || !*texture) return;
     kel_texture& record = **texture;
     if (record.texture != no_name) glDeleteTextures(1, &record.texture);
     drop_image(record);
