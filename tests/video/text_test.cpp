@@ -1,76 +1,12 @@
-// Text, held against a plain FreeType rendering pixel by pixel, and everything that can go wrong with it.
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cerrno>
+// Text, held against a plain FreeType rendering pixel by pixel.
+#include <atomic>
 #include <climits>
-#include <cstring>
-#include <optional>
 #include <random>
 
-#include "support/faults.hpp"
-#include "support/threads.hpp"
-#include "video/plain_text.hpp"
+#include "video/text_fixture.hpp"
 
 namespace {
 
-using kel_test::LogCapture;
-using kel_test::Outcome;
-using kel_test::PlainText;
-using kel_test::Scene;
-
-constexpr int32_t width = 300;
-constexpr int32_t height = 120;
-
-// A frame for one thread, and the library's calls on it.
-class Frame {
-  public:
-    explicit Frame(kel_context* context) {
-        const kel_video_format format = {SCREEN_FORMAT_RGBA8888, SCREEN_USAGE_WRITE, width, height};
-        slice = kel_slice_for_buffer(kel_create_pixmap_buffer(context, &format));
-        memset(slice.buffer->ptr, 0x5A, slice.buffer->size);
-    }
-    ~Frame() { kel_release_buffer(slice.buffer); }
-    golden::Picture picture() const {
-        return golden::copy(slice.buffer->ptr, width, height, slice.buffer->stride);
-    }
-    Outcome draw(const Scene& scene) {
-        Outcome outcome;
-        slice.spec.video.width = scene.clip.x;
-        slice.spec.video.height = scene.clip.y;
-        const kel_rect box = {scene.at.x, scene.at.y, scene.box_size.x, scene.box_size.y};
-        outcome.glyphs = scene.boxed
-                             ? kel_text_draw_in_bb(&slice, scene.text, &box, &scene.style, &outcome.drawn)
-                             : kel_text_draw(&slice, scene.text, &scene.at, &scene.style, &outcome.drawn);
-        return outcome;
-    }
-    kel_slice slice;
-};
-
-class Text : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        context = kel_create_context();
-        ASSERT_EQ(kel_text_init(context), 0);
-        frame.emplace(context);
-    }
-    void TearDown() override {
-        frame.reset();
-        kel_destroy_context(&context);
-    }
-    kel_context* context = nullptr;
-    std::optional<Frame> frame;
-};
-
-std::vector<std::string> errors(const LogCapture& log) {
-    std::vector<std::string> texts;
-    for (const auto& message : log.messages(2)) texts.push_back(message.text);
-    return texts;
-}
-
-constexpr kel_point whole = {width, height};
 constexpr char long_text[] = "The quick brown fox jumps over the lazy dog 0123456789";
 const char* const texts[] = {long_text,
                              "AVAToyota Wave, LT.",
@@ -121,6 +57,19 @@ TEST_F(Text, IsPixelForPixelFreeTypesRendering) {
     }
 }
 
+TEST_F(Text, MayHaveMoreGlyphsThanItRemembers) {
+    kel_test::Watchdog watchdog(std::chrono::seconds(120));
+    PlainText plain(kel_test::test_font("lato"));
+    for (int round = 0; round < 240; ++round) {  // every width of the box has glyphs of its own
+        const Scene scene = {long_text, {kel_test::test_font("lato").c_str(), 0xFF000000u + round, 0, 0, 2},
+                             {0, 50},   whole,
+                             true,      {50 + round, 60}};
+        golden::Picture expected = frame->picture();
+        ASSERT_EQ(frame->draw(scene), plain.draw(expected, scene));
+        ASSERT_TRUE(golden::same(frame->picture(), expected)) << "round " << round;
+    }
+}
+
 TEST_F(Text, CreatesABufferAsLargeAsTheInk) {
     for (const auto& font : kel_test::test_fonts()) {
         PlainText plain(font.path);
@@ -151,25 +100,6 @@ TEST_F(Text, KerningNeedsAKernTable) {
     }
 }
 
-TEST_F(Text, BadFontsAreRefusedAndTriedAgain) {
-    const std::string good = kel_test::read_file(kel_test::test_font("dejavu"));
-    const std::pair<std::string, std::string> rows[] = {
-        {"/no/font", "kel:  could not open '/no/font': No such file or directory"},
-        {"/proc/self/fd", "kel:  could not "},
-        {kel_test::file_of(""), "failed: "},
-        {kel_test::file_of(std::string(5000, '?')), "failed: unknown file format"},
-        {kel_test::file_of(good.substr(0, 300)), "failed: "},
-    };
-    for (const auto& [path, message] : rows) {
-        LogCapture log;
-        const kel_text_style style = {path.c_str(), ~0u, 12, 0, 0};
-        EXPECT_EQ(frame->draw({"A", style}), Outcome{});
-        EXPECT_EQ(kel_text_create(context, "A", &style, 0), nullptr);
-        ASSERT_EQ(errors(log).size(), 2u) << path;
-        EXPECT_NE(errors(log)[1].find(message), std::string::npos) << errors(log)[1];
-    }
-}
-
 TEST_F(Text, AFontIsReadOnceUnderAPathOfItsOwn) {
     kel_test::Faults faults({KEL_FAULT_POINT(FT_New_Memory_Face, 1, 0)});
     std::string path;
@@ -190,35 +120,6 @@ TEST_F(Text, AFontIsReadOnceUnderAPathOfItsOwn) {
     kel_text_deinit(context);
 }
 
-TEST_F(Text, RefusesWhatIsNotThere) {
-    const kel_text_style style = {kel_test::test_font("lato").c_str(), ~0u, 12, 0, 0};
-    const kel_text_style no_path = {};
-    const kel_point at = {0, 50};
-    const kel_rect box = {0, 0, 50, 50};
-    const kel_slice empty = {};
-    const kel_slice* const slice = &frame->slice;
-    EXPECT_EQ(
-        kel_text_draw(nullptr, "A", &at, &style, nullptr) + kel_text_draw(&empty, "A", &at, &style, nullptr),
-        0);
-    EXPECT_EQ(kel_text_draw(slice, nullptr, &at, &style, nullptr) +
-                  kel_text_draw(slice, "A", nullptr, &style, nullptr),
-              0);
-    EXPECT_EQ(
-        kel_text_draw(slice, "A", &at, nullptr, nullptr) + kel_text_draw(slice, "A", &at, &no_path, nullptr),
-        0);
-    EXPECT_EQ(kel_text_draw_in_bb(slice, nullptr, &box, &style, nullptr), 0);
-    EXPECT_EQ(kel_text_draw_in_bb(slice, "A", nullptr, &style, nullptr), 0);
-    EXPECT_EQ(kel_text_draw_in_bb(slice, "A", &box, nullptr, nullptr), 0);
-    EXPECT_EQ(kel_text_create(nullptr, "A", &style, 0), nullptr);
-    EXPECT_EQ(kel_text_create(context, nullptr, &style, 0), nullptr);
-    EXPECT_EQ(kel_text_create(context, "A", nullptr, 0), nullptr);
-    EXPECT_EQ(kel_text_init(nullptr), EINVAL);
-    kel_text_deinit(nullptr);
-    LogCapture log;
-    EXPECT_EQ(kel_text_create(context, "  ", &style, 0), nullptr) << "no ink";
-    EXPECT_TRUE(log.has(2, "kel: allocate_video_buffers() invalid parameters."));
-}
-
 TEST_F(Text, StaysInsideTheBuffer) {
     kel_text_style style = {kel_test::test_font("dejavu").c_str(), ~0u, 30, KEL_TEXT_HALIGN_LEFT, 0};
     EXPECT_GT(frame->draw({"Larger than the buffer", style, {width - 20, height}, {INT_MAX, INT_MAX}}).glyphs,
@@ -233,6 +134,22 @@ TEST_F(Text, StaysInsideTheBuffer) {
     style.size = 9000;  // a bitmap of 300 MB
     EXPECT_EQ(frame->draw({"W", style, {0, 10}, whole}), Outcome{});
     EXPECT_TRUE(log.has(2, "kel:  FT_New_Glyph_To_Bitmap() on glyph 58 failed: raster overflow"));
+}
+
+TEST_F(Text, EndsWhereFreeTypeCannotReach) {
+    const kel_text_style style = {kel_test::test_font("noto").c_str(), ~0u, 30, KEL_TEXT_HALIGN_LEFT, 0};
+    const std::string line(2000, 'M');  // 120000 pixels; FreeType renders up to 32767
+    PlainText plain(style.font_path);
+    for (int x = 0; x >= -40000;
+         x -= x > -4500 ? 300 : 35200) {  // first glyphs with every fraction of a pixel
+        LogCapture log;
+        golden::Picture expected = frame->picture();
+        Outcome outcome = frame->draw({line.c_str(), style, {x, 60}, whole});
+        outcome.messages = errors(log);
+        EXPECT_EQ(outcome, plain.draw(expected, {line.c_str(), style, {x, 60}, whole}));
+        EXPECT_EQ(outcome.messages.size(), x < -39000 ? 1u : 0u);
+        EXPECT_TRUE(golden::same(frame->picture(), expected));
+    }
 }
 
 TEST_F(Text, WarmDrawingAllocatesNothing) {
@@ -268,6 +185,30 @@ TEST_F(Text, ThreadsLoadAndDrawWithSameAndDifferentFonts) {
     EXPECT_EQ(errors(log), std::vector<std::string>{});
 }
 
+std::atomic<int> making_faces = 0;
+std::atomic<int> overlaps = 0;
+
+FT_Error watched_new_face(FT_Library library, const FT_Byte* bytes, FT_Long size, FT_Long index,
+                          FT_Face* face) {
+    overlaps += making_faces++;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    const FT_Error error = FT_New_Memory_Face(library, bytes, size, index, face);
+    --making_faces;
+    return error;
+}
+
+TEST_F(Text, FacesOfOneLibraryAreMadeOneAfterTheOther) {
+    const auto watched = kel_test::hook(watched_new_face, "FT_New_Memory_Face");
+    kel_test::run_together(4, [&](int thread) {
+        for (int i = 0; i < 5; ++i) {  // the same file under a new name each time
+            const std::string path =
+                std::string(size_t(i * 4 + thread), '/') + kel_test::test_font("liberation");
+            Frame(context).draw({"", {path.c_str(), 0, 12, 0, 0}, {0, 0}, whole});
+        }
+    });
+    EXPECT_EQ(overlaps, 0);
+}
+
 TEST(TextErrors, AreFreeTypesOwnList) {
     std::vector<std::pair<int, std::string>> header;
 #undef FTERRORS_H_
@@ -279,112 +220,6 @@ TEST(TextErrors, AreFreeTypesOwnList) {
         EXPECT_EQ(header[i], std::pair(ft_errors[i].code, std::string(ft_errors[i].text)));
     }
     EXPECT_EQ(ft_errors[header.size()].text, nullptr);
-}
-
-int open_to_read(const char* path, int flags) {
-    return open(path, flags);
-}
-
-off_t seek(int file, off_t offset, int whence) {
-    return lseek(file, offset, whence);
-}
-
-constexpr int out_of_memory = 0x40;  // FreeType's code
-
-// FreeType's calls and the file's, with the errors that they can be made to give.
-std::vector<kel_test::FaultPoint> text_fault_points() {
-    return {KEL_FAULT_POINT(FT_Init_FreeType, out_of_memory, 0),
-            KEL_FAULT_POINT(FT_New_Memory_Face, out_of_memory, 0),
-            KEL_FAULT_POINT(FT_Set_Char_Size, 0x17, 0),
-            KEL_FAULT_POINT(FT_Load_Glyph, out_of_memory, 0),
-            KEL_FAULT_POINT(FT_Get_Glyph, out_of_memory, 0),
-            KEL_FAULT_POINT(FT_Glyph_To_Bitmap, 0x7777, 0),
-            kel_test::fault_point<seek>("lseek", -1, EIO),
-            KEL_FAULT_POINT(read, -1, EIO),
-            kel_test::fault_point<open_to_read>("open", -1, EMFILE)};
-}
-
-TEST_F(Text, EveryFailureIsReportedAndLeavesNothingBehind) {
-    kel_text_deinit(context);
-    const std::string path = kel_test::test_font("noto");
-    const std::string size = std::to_string(kel_test::read_file(path).size());
-    const std::string list_mutex =
-        "kel:  Unable to create font list mutex for kel_text: Cannot allocate memory.";
-    const std::string not_read = "kel:  could not read font file '" + path + "': Input/output error";
-    const std::string no_font = "kel:  could not allocate font '" + path + "'";
-    const struct {
-        const char* function;
-        int occurrence, init, glyphs;
-        std::string message;
-    } rows[] = {
-        {"calloc", 1, ENOMEM, 0, "kel:  could not allocate text context."},
-        {"FT_Init_FreeType", 1, EINVAL, 0, "kel:  FT_Init_FreeType() failed: out of memory."},
-        {"pthread_mutex_init", 1, EINVAL, 0, list_mutex},
-        {"pthread_mutex_init", 2, EINVAL, 0, list_mutex},
-        {"open", 1, 0, 0, "kel:  could not open '" + path + "': Too many open files"},
-        {"lseek", 1, 0, 0, not_read},
-        {"lseek", 2, 0, 0, not_read},
-        {"malloc", 1, 0, 0,
-         "kel:  could not allocate font buffer of size " + size + " for font '" + path + "'"},
-        {"read", 1, 0, 0, not_read},
-        {"FT_New_Memory_Face", 1, 0, 0, "kel:  FT_New_Memory_Face() on '" + path + "' failed: out of memory"},
-        {"calloc", 2, 0, 0, no_font},
-        {"strdup", 1, 0, 0, no_font},
-        {"pthread_mutex_init", 3, 0, 0,
-         "kel:  Unable to create mutex for font " + path + ": Cannot allocate memory."},
-        {"FT_Set_Char_Size", 1, 0, 2, ""},
-        {"calloc", 3, 0, 0, "kel:  could not allocate glyph run."},
-        {"calloc", 4, 0, 2, ""},  // the cache: everything is drawn without it
-        {"FT_Load_Glyph", 1, 0, 1, "kel:  FT_Load_Glyph() failed for index 2: out of memory."},
-        {"FT_Load_Glyph", 2, 0, 1, "kel:  FT_Load_Glyph() failed for index 3: out of memory."},
-        {"FT_Get_Glyph", 1, 0, 1, "kel:  FT_Get_Glyph() failed for index 2: out of memory."},
-        {"FT_Get_Glyph", 2, 0, 1, "kel:  FT_Get_Glyph() failed for index 3: out of memory."},
-        {"FT_Glyph_To_Bitmap", 1, 0, 0, "kel:  FT_New_Glyph_To_Bitmap() on glyph 134 failed: <unknown>"},
-        {"FT_Glyph_To_Bitmap", 2, 0, 0, "kel:  FT_New_Glyph_To_Bitmap() on glyph 57 failed: <unknown>"},
-    };
-    const kel_text_style style = {path.c_str(), ~0u, 20, KEL_TEXT_HALIGN_LEFT, KEL_TEXT_VALIGN_BASELINE};
-    const int tried =
-        kel_test::sweep_faults(text_fault_points(), [&](const kel_test::Fault* fault, auto& log) {
-            const int init = kel_text_init(context);
-            const Outcome outcome = frame->draw({"\u00C4V", style, {20, 60}, whole});
-            kel_text_deinit(context);
-            const auto* row = std::find_if(std::begin(rows), std::end(rows), [&](const auto& candidate) {
-                return fault && fault->is(candidate.function, candidate.occurrence);
-            });
-            ASSERT_TRUE(!fault || row != std::end(rows)) << fault->function << fault->occurrence;
-            EXPECT_EQ(init, fault ? row->init : 0);
-            EXPECT_EQ(outcome.glyphs, fault ? row->glyphs : 2);
-            EXPECT_EQ(outcome.drawn.width != -1, outcome.glyphs != 0);
-            const std::string message = fault ? row->message : "";
-            EXPECT_EQ(errors(log), message.empty() ? std::vector<std::string>{} : std::vector{message});
-        });
-    EXPECT_EQ(tried, int(std::size(rows)));
-}
-
-TEST_F(Text, CreatingABufferFailsWhole) {
-    auto points = text_fault_points();
-    for (const auto& point : kel_test::screen_fault_points()) points.push_back(point);
-    const kel_text_style style = {kel_test::test_font("lato").c_str(), ~0u, 20, 0, 0};
-    kel_text_deinit(context);
-    kel_test::sweep_faults(points, [&](const kel_test::Fault* fault, auto& log) {
-        kel_text_init(context);
-        kel_buffer* buffer = kel_text_create(context, "V", &style, SCREEN_USAGE_WRITE);
-        EXPECT_TRUE(buffer || (fault && !errors(log).empty()));
-        if (buffer) kel_release_buffer(buffer);
-        kel_text_deinit(context);
-    });
-}
-
-TEST_F(Text, MutexesThatCannotBeDestroyedAreReported) {
-    const std::string path = kel_test::test_font("lato");
-    frame->draw({"A", {path.c_str(), ~0u, 12, 0, 0}, {0, 0}, whole});
-    const auto busy = +[](pthread_mutex_t* mutex) { return pthread_mutex_destroy(mutex), EBUSY; };
-    const auto failing = kel_test::hook(busy, "pthread_mutex_destroy");
-    LogCapture log;
-    kel_text_deinit(context);
-    const std::string state = "kel:  Unable to destroy mutex for kel_text: Device or resource busy.";
-    const std::string font = "kel:  Unable to destroy mutex for font " + path + ": Device or resource busy.";
-    EXPECT_EQ(errors(log), (std::vector{font, state, state}));
 }
 
 }  // namespace
