@@ -899,9 +899,153 @@ KEL_API void kel_gles_destroy_texture(kel_texture** texture);
  * Video filters
  */
 
+/* kel_video_filter_param.type */
+#define KEL_PARAM_FLOAT 1
+#define KEL_PARAM_INT 2
+#define KEL_PARAM_TEXTURE 3
+
+/* kel_video_filter_param.precision; 0 when none was given */
+#define KEL_PRECISION_LOW 1
+#define KEL_PRECISION_MEDIUM 2
+#define KEL_PRECISION_HIGH 3
+
+/* The one type of filter that there is: GLSL text. */
+#define KEL_VIDEO_FILTER_SHADER 1
+
+/*
+ * A piece of GLSL with a header comment that names it and declares its parameters. Loaded filters stay in the
+ * process for good and never change; docs/filters.md describes the text.
+ */
+typedef struct kel_video_filter kel_video_filter;
+
+/*
+ * One parameter of a filter. The filter owns it. The bounds tell a user interface what makes sense; nothing here
+ * clamps to them. Components beyond `count` mean nothing.
+ */
+typedef struct kel_video_filter_param {
+    char* name;         /* as written in the text */
+    int type;           /* KEL_PARAM_* */
+    int count;          /* components, 1 to 4; 1 for a texture */
+    int precision;      /* KEL_PRECISION_* or 0 */
+    double min[4];      /* DBL_MIN, the smallest positive number, unless given */
+    double max[4];      /* DBL_MAX unless given */
+    double default_[4]; /* 0 unless given */
+} kel_video_filter_param;
+
+#if defined(__cplusplus) && UINTPTR_MAX == UINT32_MAX
+static_assert(offsetof(kel_video_filter_param, name) == 0 && offsetof(kel_video_filter_param, type) == 4 &&
+                  offsetof(kel_video_filter_param, count) == 8 &&
+                  offsetof(kel_video_filter_param, precision) == 12 &&
+                  offsetof(kel_video_filter_param, min) == 16 && offsetof(kel_video_filter_param, max) == 48 &&
+                  offsetof(kel_video_filter_param, default_) == 80,
+              "layout");
+#endif
+
+/*
+ * Loads a filter from a NUL-terminated text and registers it; the text is copied. Null when the text is not a
+ * filter (no header comment at its start, or none that names the filter) or memory runs out. Directives that
+ * nobody knows are reported on standard error. Needs no GLES context. Thread-safety: any thread.
+ */
+KEL_API kel_video_filter* kel_load_video_filter_shader(const char* text);
+
+/* The same for a file's contents; null also when it cannot be opened (errno as fopen left it), cannot be held in
+ * memory (errno 12) or is empty. Thread-safety: any thread. */
+KEL_API kel_video_filter* kel_load_video_filter_shader_from_file(const char* path);
+
+/* The filter of exactly this name that was loaded last, or null. Thread-safety: any thread. */
+KEL_API kel_video_filter* kel_find_video_filter(const char* name);
+
+/* All filters, the one loaded last first; null at the end, and after null. Thread-safety: any thread. */
+KEL_API kel_video_filter* kel_get_first_video_filter(void);
+KEL_API kel_video_filter* kel_get_next_video_filter(const kel_video_filter* filter);
+
+/*
+ * What a filter says of itself; the strings and records are the filter's. A filter without a description has "".
+ * Null and 0 for a null filter, null for an index out of range. Thread-safety: any thread.
+ */
+KEL_API const char* kel_get_video_filter_name(const kel_video_filter* filter);
+KEL_API const char* kel_get_video_filter_description(const kel_video_filter* filter);
+KEL_API int kel_get_video_filter_type(const kel_video_filter* filter);
+KEL_API int kel_get_video_filter_num_params(const kel_video_filter* filter);
+KEL_API const kel_video_filter_param* kel_get_video_filter_param(const kel_video_filter* filter, int index);
+
+/* Index of the parameter of exactly this name, or -1. Thread-safety: any thread. */
+KEL_API int kel_get_video_filter_param_index(const kel_video_filter* filter, const char* name);
+
 /* ------------------------------------------------------------------------------------------------------------
  * Video filter chains
  */
+
+/*
+ * Filters in a row that become one fragment shader. Order of use, all on the thread of the GLES context: create,
+ * set the preambles, add filters, finalise; then the client attaches a vertex shader to the chain's program, links
+ * and uses it; then set parameters and load them as often as needed; destroy last. Parameter p of the instance with
+ * index i is the uniform "filter<i>_<name>", cut at 126 characters, with "_" for whatever is no letter or digit.
+ * Thread-safety of this section: one thread at a time for one chain; where GL is called, that of the GLES context.
+ */
+typedef struct kel_video_filter_chain kel_video_filter_chain;
+
+/* One occurrence of a filter in a chain, with parameter values of its own. The chain owns it. */
+typedef struct kel_video_filter_instance kel_video_filter_instance;
+
+/*
+ * An empty chain with a new GL program (0 when GL makes none), or null when out of memory. The context is kept,
+ * not owned. The caller destroys it with kel_destroy_video_filter_chain.
+ */
+KEL_API kel_video_filter_chain* kel_create_video_filter_chain(kel_context* context);
+
+/* Frees the chain, its instances, its shader and its program; filters stay. Sets *chain to null. */
+KEL_API void kel_destroy_video_filter_chain(kel_video_filter_chain** chain);
+
+/*
+ * Texts at the very top of the shader and at the start of its main; null for none. Only the pointer is kept: the
+ * text must live until the chain is finalised.
+ */
+KEL_API void kel_set_video_filter_chain_preamble(kel_video_filter_chain* chain, const char* text);
+KEL_API void kel_set_video_filter_chain_main_preamble(kel_video_filter_chain* chain, const char* text);
+
+/*
+ * Appends an instance of the filter, its values at the defaults. Null, and nothing changed, when an argument is
+ * null or memory runs out. After finalising, an added filter has no effect on the shader.
+ */
+KEL_API kel_video_filter_instance* kel_add_video_filter_to_chain(kel_video_filter_chain* chain,
+                                                                 kel_video_filter* filter);
+
+/*
+ * Generates the shader, compiles it and attaches it to the program. Returns 0; 22 when it does not compile (it
+ * stays stored, unattached) or the chain is finalised already; 12, with nothing changed, when out of memory.
+ */
+KEL_API int kel_finalize_video_filter_chain(kel_video_filter_chain* chain);
+
+/* GL names, the chain's; the shader is 0 until finalised. 0 for null. */
+KEL_API GLuint kel_get_video_filter_chain_shader_index(const kel_video_filter_chain* chain);
+KEL_API GLuint kel_get_video_filter_chain_program_index(const kel_video_filter_chain* chain);
+
+/* The instances in chain order; null at the end, and for null. */
+KEL_API kel_video_filter_instance* kel_get_first_video_filter_instance(const kel_video_filter_chain* chain);
+KEL_API kel_video_filter_instance* kel_get_next_video_filter_instance(const kel_video_filter_instance* instance);
+KEL_API kel_video_filter* kel_get_video_filter_from_instance(const kel_video_filter_instance* instance);
+
+/*
+ * Sets one component of parameter number `param`; integers are truncated toward zero. The value reaches the uniform
+ * with the next load. Returns 0, or 22 for a null instance, an index or component out of range or a texture
+ * parameter (bind samplers yourself). No GL calls.
+ */
+KEL_API int kel_set_video_filter_param_value(kel_video_filter_instance* instance, int param, int component,
+                                             double value);
+
+/* Components 0 to n - 1; stops at the first error, and what came before it stays set. */
+KEL_API int kel_set_video_filter_param_fv(kel_video_filter_instance* instance, int param, const float* values,
+                                          int n);
+KEL_API int kel_set_video_filter_param_iv(kel_video_filter_instance* instance, int param, const int* values,
+                                          int n);
+
+/*
+ * Load all values, or those set since they were last loaded, into the uniforms of the chain's program, which must
+ * be linked and in use: locations are looked up once, also those that are missing.
+ */
+KEL_API void kel_apply_video_filter_chain_params(kel_video_filter_chain* chain);
+KEL_API void kel_apply_changed_video_filter_chain_params(kel_video_filter_chain* chain);
 
 /* ------------------------------------------------------------------------------------------------------------
  * Fonts and text
@@ -1053,6 +1197,21 @@ KEL_API int kel_writer_read_slice(kel_channel* channel, kel_slice* slice);
 /* ------------------------------------------------------------------------------------------------------------
  * Entry points shared between the modules of the library; not for clients
  */
+
+/* Sets the filter's next to the registry's newest and makes it the newest. Thread-safety: any thread. */
+KEL_API void _kel_add_video_filter(kel_video_filter* filter);
+
+/*
+ * Appends the shader of the instances from `first` (sources: up to and including `last`) to *buffer, which grows
+ * by doubling *capacity and keeps room for a NUL. Out of memory: *buffer is freed and null, both sizes are 0.
+ */
+KEL_API void _kel_build_shader(const kel_video_filter_chain* chain, const kel_video_filter_instance* first,
+                               const kel_video_filter_instance* last, char** buffer, size_t* capacity,
+                               size_t* length);
+
+/* Writes a uniform's name, at most size - 2 characters and a NUL; returns its length. Thread-safety: any thread. */
+KEL_API int _kel_gen_param_name(const kel_video_filter_instance* instance, const kel_video_filter_param* param,
+                                char* buffer, size_t size);
 
 /* Framework colour code of a FOURCC (variant: 0 to 2), or 0. Thread-safety: any thread. */
 KEL_API uint32_t kel_fourcc_to_mmf_format(uint32_t fourcc, int32_t bits_per_pixel, uint32_t variant);
