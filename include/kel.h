@@ -29,6 +29,7 @@
 #include <EGL/eglext.h>
 #include <GLES2/gl2.h>
 
+#include <img/img.h>
 #include <mm/mmf.h>
 #include <screen/screen.h>
 #include <sys/cache.h>
@@ -1128,6 +1129,55 @@ KEL_API kel_buffer* kel_text_create(kel_context* context, const char* utf8, cons
 /* ------------------------------------------------------------------------------------------------------------
  * Blits, fills and images
  */
+
+/*
+ * The largest size with the aspect ratio of width × height that fits into the box; it touches the box on one side at
+ * least and may be larger than the size given. Results are truncated; a height of 0 gives 0 × 0.
+ * Thread-safety: any thread.
+ */
+KEL_API void kel_scale_inside_bb(int width, int height, int box_width, int box_height, int* out_width,
+                                 int* out_height);
+
+/*
+ * Queues a copy of src_rect of src, scaled, into dst_rect of dst: screen_blit on the Screen context that src's pool
+ * was made against. A null rectangle means the slice's own; positions count from the buffer's first pixel.
+ * global_alpha: 0 to 255; scale_quality: SCREEN_QUALITY_*; transparency: SCREEN_TRANSPARENCY_*. Nothing is drawn
+ * before screen_flush_blits, which the caller calls when the result is needed; Screen holds the frames until then.
+ * Returns 0, or -1 with errno (EINVAL: a slice without a buffer, or what Screen refuses).
+ * Thread-safety: any thread, while both buffers are held.
+ */
+KEL_API int kel_blit_video(const kel_slice* src, const kel_slice* dst, const kel_rect* src_rect,
+                           const kel_rect* dst_rect, int global_alpha, int scale_quality, int transparency);
+
+/*
+ * kel_blit_video of the whole src slice into the middle of dst, as large as fits with its aspect ratio kept. What dst
+ * shows around it is left as it is; dst's x and y are not applied. Results and thread-safety as kel_blit_video.
+ */
+KEL_API int kel_blit_video_inside(const kel_slice* src, const kel_slice* dst, int global_alpha,
+                                  int scale_quality, int transparency);
+
+/*
+ * Queues a fill of rect (null: the slice's own rectangle) with 0xAARRGGBB: screen_fill on the Screen context that the
+ * slice's pool was made against. Results, flushing and thread-safety as kel_blit_video.
+ */
+KEL_API int kel_fill_video(const kel_slice* slice, unsigned colour, const kel_rect* rect);
+
+/*
+ * Describes a buffer of a video pool with 32-bit pixels as an image that the image library writes directly: all of
+ * *img is set (flags 30, format 0x1520). The buffer stays the caller's. Thread-safety: any thread.
+ */
+KEL_API void kel_init_img_for_buffer(img_t* img, const kel_buffer* buffer);
+
+/*
+ * Decodes a picture, from a file or from where a stream stands, into a new RGBA8888 pixmap buffer with the given
+ * usage (SCREEN_USAGE_* bits), scaled down to fit half the context's image limits when it is larger; alpha is not
+ * premultiplied. Returns the buffer, acquired, in a pool of its own that the last kel_release_buffer destroys; or
+ * null when the picture cannot be read or decoded (nothing is logged) or its pixmap cannot be made (logged at
+ * level 2). ilib is the caller's use of the image library; the stream stays open.
+ * Thread-safety: any thread; a stream from one thread at a time.
+ */
+KEL_API kel_buffer* kel_load_image_file(kel_context* ctx, img_lib_t ilib, const char* path, int usage);
+KEL_API kel_buffer* kel_load_image(kel_context* ctx, img_lib_t ilib, io_stream_t* stream, int usage);
 
 /* ------------------------------------------------------------------------------------------------------------
  * Colour conversion

@@ -34,6 +34,7 @@ packages_test=(
     libegl-mesa0
     libgl1-mesa-dri
     libpng-dev
+    mate-backgrounds
     python3
 )
 

@@ -1,11 +1,11 @@
 #include <utility>
 #include <vector>
 
+#include "exact_scaling.hpp"
 #include "img/decode.hpp"
 
 extern "C" {
 #include <libavutil/pixdesc.h>
-#include <libswscale/swscale.h>
 }
 
 namespace platform::img {
@@ -15,9 +15,6 @@ struct scaler_deleter {
     void operator()(SwsContext* context) const { sws_freeContext(context); }
 };
 using scaler = std::unique_ptr<SwsContext, scaler_deleter>;
-
-// The same bits on every machine.
-constexpr int how = SWS_BICUBIC | SWS_ACCURATE_RND | SWS_BITEXACT | SWS_FULL_CHR_H_INT | SWS_FULL_CHR_H_INP;
 
 // JPEG's formats are the usual ones with the full range of values.
 AVPixelFormat without_range(AVPixelFormat format, bool& is_full) {
@@ -42,8 +39,11 @@ AVPixelFormat without_range(AVPixelFormat format, bool& is_full) {
 int scale(const AVFrame& picture, uint8_t* rows, int stride, int width, int height) {
     bool is_full = false;
     const AVPixelFormat format = without_range(static_cast<AVPixelFormat>(picture.format), is_full);
+    // RGB takes the short cut: it is exact, and the general path goes by way of YUV.
+    const bool is_yuv = av_pix_fmt_desc_get(format)->log2_chroma_w || is_full;
     const scaler context(sws_getContext(picture.width, picture.height, format, width, height, AV_PIX_FMT_BGRA,
-                                        how, nullptr, nullptr, nullptr));
+                                        SWS_BICUBIC | exact_scaling, is_yuv ? no_short_cuts() : nullptr,
+                                        nullptr, nullptr));
     if (!context) return IMG_ERR_MEM;
     if (is_full || picture.color_range == AVCOL_RANGE_JPEG) {
         const int* matrix = sws_getCoefficients(SWS_CS_ITU601);

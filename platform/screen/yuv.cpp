@@ -4,28 +4,34 @@
 #include <cstring>
 #include <new>
 
-extern "C" {
-#include <libswscale/swscale.h>
-}
+#include "exact_scaling.hpp"
 
 namespace platform::screen {
 namespace {
 
-// The same bits on every machine.
-constexpr int exact = SWS_ACCURATE_RND | SWS_BITEXACT | SWS_FULL_CHR_H_INT | SWS_FULL_CHR_H_INP;
+// Where a group of two pixels has its bytes.
+struct packed_order {
+    int y0, u, y1, v;
+};
 
 struct yuv_format {
     int number;
-    AVPixelFormat pixel_format;
-    bool v_first;  // the chroma planes stand in the other order
+    AVPixelFormat pixel_format;  // packed formats pass through planes here
+    bool v_first;                // the chroma planes stand in the other order
+    packed_order order;          // of packed formats
 };
 
-// V422 has no name in libswscale: its bytes are turned into UYVY and back on the way.
+constexpr packed_order planar = {0, 0, 0, 0};
+
 constexpr yuv_format yuv_formats[] = {
-    {SCREEN_FORMAT_YVU9, AV_PIX_FMT_YUV410P, true},  {SCREEN_FORMAT_YUV420, AV_PIX_FMT_YUV420P, false},
-    {SCREEN_FORMAT_NV12, AV_PIX_FMT_NV12, false},    {SCREEN_FORMAT_YV12, AV_PIX_FMT_YUV420P, true},
-    {SCREEN_FORMAT_UYVY, AV_PIX_FMT_UYVY422, false}, {SCREEN_FORMAT_YUY2, AV_PIX_FMT_YUYV422, false},
-    {SCREEN_FORMAT_YVYU, AV_PIX_FMT_YVYU422, false}, {SCREEN_FORMAT_V422, AV_PIX_FMT_UYVY422, false},
+    {SCREEN_FORMAT_YVU9, AV_PIX_FMT_YUV410P, true, planar},
+    {SCREEN_FORMAT_YUV420, AV_PIX_FMT_YUV420P, false, planar},
+    {SCREEN_FORMAT_NV12, AV_PIX_FMT_NV12, false, planar},
+    {SCREEN_FORMAT_YV12, AV_PIX_FMT_YUV420P, true, planar},
+    {SCREEN_FORMAT_UYVY, AV_PIX_FMT_YUV422P, false, {1, 0, 3, 2}},
+    {SCREEN_FORMAT_YUY2, AV_PIX_FMT_YUV422P, false, {0, 1, 2, 3}},
+    {SCREEN_FORMAT_YVYU, AV_PIX_FMT_YUV422P, false, {0, 3, 2, 1}},
+    {SCREEN_FORMAT_V422, AV_PIX_FMT_YUV422P, false, {1, 2, 3, 0}},
 };
 
 const yuv_format* find_yuv(int format) {
@@ -33,6 +39,10 @@ const yuv_format* find_yuv(int format) {
         if (row.number == format) return &row;
     }
     return nullptr;
+}
+
+bool is_packed(const frame_view& frame) {
+    return find_yuv(frame.layout.format)->pixel_format == AV_PIX_FMT_YUV422P;
 }
 
 struct group {
@@ -50,15 +60,6 @@ group group_of(const frame_layout& layout) {
 
 int round_down(int value, int multiple) {
     return value / multiple * multiple;
-}
-
-// V422 and UYVY turn into each other: the first and third byte of each group change places.
-void swap_chroma(const frame_view& frame, const rectangle& area) {
-    for (int y = area.y; y < area.y + area.height; ++y) {
-        unsigned char* unit = frame.at(0, area.x, y);
-        unsigned char* const end = unit + frame.layout.planes[0].row_bytes(area.width);
-        for (; unit < end; unit += 4) std::swap(unit[0], unit[2]);
-    }
 }
 
 }  // namespace
@@ -111,6 +112,7 @@ struct yuv_converter::picture {
           height(view.height),
           planes{view.bytes},
           strides{view.stride} {}
+    // Of a frame that has planes.
     picture(const frame_view& frame, const rectangle& area)
         : format(find_yuv(frame.layout.format)->pixel_format),
           width(area.width),
@@ -124,6 +126,30 @@ struct yuv_converter::picture {
             strides[place] = frame.layout.planes[i].stride;
         }
     }
+    // Planes for the pixels of a packed frame.
+    picture(scratch_memory& memory, int its_width, int its_height)
+        : format(AV_PIX_FMT_YUV422P), width(its_width), height(its_height), planes{}, strides{} {
+        const int stride = (width + row_alignment - 1) / row_alignment * row_alignment;
+        uint8_t* bytes =
+            memory.bytes(2 * static_cast<std::size_t>(stride) * static_cast<std::size_t>(height));
+        const std::ptrdiff_t plane_size = static_cast<std::ptrdiff_t>(stride) * height;
+        planes[0] = bytes;
+        planes[1] = bytes + plane_size;
+        planes[2] = bytes + plane_size + plane_size / 2;
+        strides[0] = stride;
+        strides[1] = strides[2] = stride / 2;
+    }
+    // `exchange(group, y0, y1, u, v)` for each group of two pixels of the packed area and its samples here.
+    template <typename Exchange>
+    void each_group(const frame_view& frame, const rectangle& area, Exchange exchange) const {
+        for (int row = 0; row < height; ++row) {
+            uint8_t* group = frame.at(0, area.x, area.y + row);
+            uint8_t *y = planes[0] + static_cast<std::ptrdiff_t>(row) * strides[0],
+                    *u = planes[1] + static_cast<std::ptrdiff_t>(row) * strides[1],
+                    *v = planes[2] + static_cast<std::ptrdiff_t>(row) * strides[2];
+            for (int x = 0; x < width; x += 2, group += 4, y += 2) exchange(group, y[0], y[1], *u++, *v++);
+        }
+    }
 };
 
 yuv_converter::~yuv_converter() {
@@ -133,34 +159,49 @@ yuv_converter::~yuv_converter() {
 void yuv_converter::convert(const picture& source, const picture& destination, bool smooth) {
     context_ = sws_getCachedContext(context_, source.width, source.height, source.format, destination.width,
                                     destination.height, destination.format,
-                                    (smooth ? SWS_BILINEAR : SWS_POINT) | exact, nullptr, nullptr, nullptr);
+                                    (smooth ? SWS_BICUBIC : SWS_POINT) | exact_scaling, no_short_cuts(),
+                                    nullptr, nullptr);
     if (!context_) throw std::bad_alloc();
     sws_scale(context_, source.planes, source.strides, 0, source.height, destination.planes,
               destination.strides);
 }
 
-// The area as libswscale can read it.
+// The area as libswscale shall read it.
 yuv_converter::picture yuv_converter::readable(const frame_view& source, const rectangle& from) {
-    if (source.layout.format != SCREEN_FORMAT_V422) return {source, from};
-    frame_view copy = working_frame(source_bytes_, SCREEN_FORMAT_V422, from.width, from.height);
-    copy_area(source, from, copy, copy.area());
-    swap_chroma(copy, copy.area());
-    return {copy, copy.area()};
+    if (!is_packed(source)) return {source, from};
+    const picture result(source_bytes_, from.width, from.height);
+    const packed_order order = find_yuv(source.layout.format)->order;
+    result.each_group(source, from,
+                      [order](const uint8_t* group, uint8_t& y0, uint8_t& y1, uint8_t& u, uint8_t& v) {
+                          y0 = group[order.y0];
+                          y1 = group[order.y1];
+                          u = group[order.u];
+                          v = group[order.v];
+                      });
+    return result;
 }
 
-frame_view yuv_converter::working_frame(scratch_memory& memory, int format, int width, int height) {
-    frame_layout layout;
-    lay_out_frame(format, width, height, layout);
-    return {layout, memory.bytes(layout.size)};
-}
-
-// By way of scratch memory, since libswscale may write beyond the end of a row.
+// By way of scratch memory, since libswscale may write beyond the end of a row, and rounds packed formats
+// differently from processor to processor.
 void yuv_converter::convert_into(const picture& source, const frame_view& destination, const rectangle& to,
                                  bool smooth) {
-    const frame_view result =
-        working_frame(destination_bytes_, destination.layout.format, to.width, to.height);
+    if (is_packed(destination)) {
+        const picture result(destination_bytes_, to.width, to.height);
+        convert(source, result, smooth);
+        const packed_order order = find_yuv(destination.layout.format)->order;
+        const auto pack = [order](uint8_t* group, uint8_t y0, uint8_t y1, uint8_t u, uint8_t v) {
+            group[order.y0] = y0;
+            group[order.y1] = y1;
+            group[order.u] = u;
+            group[order.v] = v;
+        };
+        result.each_group(destination, to, pack);
+        return;
+    }
+    frame_layout layout;
+    lay_out_frame(destination.layout.format, to.width, to.height, layout);
+    const frame_view result(layout, destination_bytes_.bytes(layout.size));
     convert(source, {result, result.area()}, smooth);
-    if (result.layout.format == SCREEN_FORMAT_V422) swap_chroma(result, result.area());
     copy_area(result, result.area(), destination, to);
 }
 
@@ -182,7 +223,9 @@ void yuv_converter::fill(const frame_view& destination, const rectangle& area, u
     const rgb_view tile = {SCREEN_FORMAT_RGBX8888, side, side, source_bytes_.bytes(side * side * 4),
                            side * 4};
     std::fill_n(tile.row(0), side * side, color);
-    const frame_view yuv = working_frame(tile_bytes_, destination.layout.format, side, side);
+    frame_layout layout;
+    lay_out_frame(destination.layout.format, side, side, layout);
+    const frame_view yuv(layout, tile_bytes_.bytes(layout.size));
     convert_into(picture(tile), yuv, yuv.area(), true);
     for (int i = 0; i < destination.layout.plane_count; ++i) {
         const plane& p = destination.layout.planes[i];

@@ -38,7 +38,6 @@ class yuv_converter {
   private:
     struct picture;
     picture readable(const frame_view& source, const rectangle& from);
-    static frame_view working_frame(scratch_memory& memory, int format, int width, int height);
     void convert(const picture& source, const picture& destination, bool smooth);
     void convert_into(const picture& source, const frame_view& destination, const rectangle& to, bool smooth);
 

@@ -1,28 +1,13 @@
-// Blits and fills beside a plain reference: every mode, scaling, clipping; YUV; the queue.
+// Blits and fills beside a plain reference: every mode, scaling, clipping; YUV.
 #include <algorithm>
 #include <cmath>
-#include <random>
-#include <vector>
 
-#include "platform/screen_fixture.hpp"
-#include "support/threads.hpp"
+#include "platform/blit_fixture.hpp"
 
 namespace {
 
 struct Rect {
     int x, y, width, height;
-};
-
-// A pixmap with its memory.
-struct Frame {
-    screen_pixmap_t pixmap;
-    screen_buffer_t buffer;
-    platform_screen_frame memory;
-    int format() const { return memory.format; }
-    unsigned char* row(int y) const {
-        return static_cast<unsigned char*>(memory.pointer) + y * memory.stride;
-    }
-    std::vector<unsigned char> bytes() const { return {row(0), row(0) + memory.size}; }
 };
 
 // Straight colour with channels from 0 to 255.
@@ -42,51 +27,6 @@ Pixel pixel(const Frame& frame, int x, int y) {
     return {double(p[0]), double(p[1]), double(p[2]),
             frame.format() == SCREEN_FORMAT_RGBA8888 ? p[3] : 255.0};
 }
-
-class Blit : public Screen {
-  protected:
-    Frame make(int format, int width, int height) {
-        Frame frame{make_pixmap(format, width, height), nullptr, {}};
-        frame.buffer = buffer_of(frame.pixmap);
-        EXPECT_EQ(platform_screen_hold_pixmap(frame.pixmap, &frame.memory), 0);
-        frames.push_back(frame);
-        return frame;
-    }
-    Frame make_random(int format, int width, int height) {
-        const Frame frame = make(format, width, height);
-        std::generate_n(frame.row(0), frame.memory.size,
-                        [&] { return static_cast<unsigned char>(random()); });
-        return frame;
-    }
-    void end_frames() {
-        for (Frame& frame : frames) {
-            platform_screen_release_frame(&frame.memory);
-            EXPECT_EQ(screen_destroy_pixmap(frame.pixmap), 0);
-        }
-        frames.clear();
-    }
-    void end_frames_after(const Frame& kept) {
-        const Frame copy = kept;
-        std::erase_if(frames, [&](const Frame& frame) { return frame.pixmap == copy.pixmap; });
-        end_frames();
-        frames.push_back(copy);
-    }
-    void TearDown() override {
-        end_frames();
-        Screen::TearDown();
-    }
-    int blit(const Frame& to, const Frame& from, const std::vector<int>& attributes) {
-        return screen_blit(context, to.buffer, from.buffer, attributes.data());
-    }
-    void blit_now(const Frame& to, const Frame& from, std::vector<int> attributes = {}) {
-        attributes.push_back(SCREEN_BLIT_END);
-        EXPECT_EQ(blit(to, from, attributes), 0);
-        EXPECT_EQ(screen_flush_blits(context, SCREEN_WAIT_IDLE), 0);
-    }
-    int between(int low, int high) { return std::uniform_int_distribution<int>(low, high)(random); }
-    std::mt19937 random{static_cast<std::mt19937::result_type>(kel_test::random_seed())};
-    std::vector<Frame> frames;
-};
 
 // One blit as the interface words it, pixel by pixel in floating point.
 struct Reference {
@@ -389,99 +329,6 @@ TEST_F(Blit, FormatsOfTheSameSamplesTurnIntoEachOtherExactly) {
         for (int y = 0; y < 9; ++y)
             EXPECT_EQ(memcmp(first.row(y), last.row(y), 33), 0) << formats[0] << ' ' << y;
     }
-}
-
-TEST_F(Blit, AFrameIsBlittedToItselfAsItWas) {
-    const Frame frame = make_random(SCREEN_FORMAT_RGBA8888, 32, 32);
-    const std::vector<unsigned char> before = frame.bytes();
-    blit_now(frame, frame,
-             {SCREEN_BLIT_SOURCE_WIDTH, 30, SCREEN_BLIT_SOURCE_HEIGHT, 29, SCREEN_BLIT_DESTINATION_X, 2,
-              SCREEN_BLIT_DESTINATION_Y, 3, SCREEN_BLIT_DESTINATION_WIDTH, 30, SCREEN_BLIT_DESTINATION_HEIGHT,
-              29});
-    for (int y = 3; y < 32; ++y) {
-        EXPECT_EQ(memcmp(frame.row(y) + 8, &before[size_t((y - 3) * frame.memory.stride)], 120), 0) << y;
-    }
-}
-
-TEST_F(Blit, WhatIsNotGoodIsRefusedAndDoesNothing) {
-    const Frame a = make_random(SCREEN_FORMAT_RGBA8888, 8, 8), b = make_random(SCREEN_FORMAT_NV12, 8, 8);
-    const std::vector<unsigned char> before = a.bytes();
-    const std::vector<int> bad_lists[] = {
-        {SCREEN_BLIT_SOURCE_WIDTH, 0, 0},
-        {SCREEN_BLIT_SOURCE_HEIGHT, -1, 0},
-        {SCREEN_BLIT_DESTINATION_WIDTH, 16385, 0},
-        {SCREEN_BLIT_DESTINATION_HEIGHT, INT32_MIN, 0},
-        {SCREEN_BLIT_SOURCE_X, 16385, 0},
-        {SCREEN_BLIT_DESTINATION_Y, -16385, 0},
-        {SCREEN_BLIT_GLOBAL_ALPHA, 256, 0},
-        {SCREEN_BLIT_GLOBAL_ALPHA, -1, 0},
-        {SCREEN_BLIT_TRANSPARENCY, 6, 0},
-        {SCREEN_BLIT_SCALE_QUALITY, 3, 0},
-        {13, 1, 0},
-        {-1, 1, 0},
-    };
-    for (const std::vector<int>& list : bad_lists) EXPECT_EQ(error_of(blit(a, b, list)), EINVAL) << list[0];
-    const int alpha[] = {SCREEN_BLIT_GLOBAL_ALPHA, 1, 0};
-    const auto stray = reinterpret_cast<screen_buffer_t>(context);
-    const int refused[] = {
-        screen_fill(context, a.buffer, alpha),
-        screen_fill(context, nullptr, nullptr),
-        screen_blit(context, stray, a.buffer, nullptr),
-        screen_blit(context, a.buffer, stray, nullptr),
-        screen_blit(nullptr, a.buffer, a.buffer, nullptr),
-        screen_flush_blits(nullptr, 0),
-        screen_flush_blits(context, 2),
-    };
-    for (int result : refused) EXPECT_EQ(error_of(result), EINVAL);
-    const std::vector<std::vector<int>> without_effect = {
-        {SCREEN_BLIT_TRANSPARENCY, SCREEN_TRANSPARENCY_DISCARD},
-        {SCREEN_BLIT_DESTINATION_X, 8},
-        {SCREEN_BLIT_DESTINATION_Y, -8},
-        {SCREEN_BLIT_SOURCE_X, -8},
-        {SCREEN_BLIT_SOURCE_Y, 16384},
-    };
-    for (const std::vector<int>& list : without_effect) blit_now(a, b, list);
-    EXPECT_EQ(a.bytes(), before);
-}
-
-TEST_F(Blit, TheQueueHoldsItsFramesAndEndsWithItsContext) {
-    const Frame target = make(SCREEN_FORMAT_RGBA8888, 4, 4);
-    Frame source = make_random(SCREEN_FORMAT_RGBA8888, 4, 4);
-    const std::vector<unsigned char> expected = source.bytes();
-    ASSERT_EQ(blit(target, source, {0}), 0);
-    platform_screen_release_frame(&source.memory);
-    ASSERT_EQ(screen_destroy_pixmap(source.pixmap), 0);
-    frames.pop_back();
-    EXPECT_EQ(live().frames, at_start.frames + 2);
-    ASSERT_EQ(screen_flush_blits(context, 0), 0);
-    EXPECT_EQ(live().frames, at_start.frames + 1);
-    EXPECT_EQ(memcmp(target.row(3), &expected[size_t(3 * target.memory.stride)], 16), 0);
-    const int white[] = {SCREEN_BLIT_COLOR, -1, SCREEN_BLIT_END};
-    for (int i = 0; i < 63; ++i) ASSERT_EQ(screen_fill(context, target.buffer, white), 0);
-    EXPECT_NE(target.row(0)[0], 255);
-    ASSERT_EQ(screen_fill(context, target.buffer, white), 0);
-    EXPECT_EQ(target.row(0)[0], 255);  // a full queue does not wait
-    ASSERT_EQ(screen_fill(context, target.buffer, nullptr), 0);
-    ASSERT_EQ(screen_destroy_context(context), 0);
-    EXPECT_EQ(target.row(0)[0], 255);  // dropped
-    EXPECT_EQ(live().pixmaps, at_start.pixmaps);
-    platform_screen_release_frame(&frames[0].memory);
-    frames.clear();
-}
-
-TEST_F(Blit, ThreadsBlitAndFlushOnOneContext) {
-    const Frame source = make_random(SCREEN_FORMAT_RGBA8888, 64, 64);
-    std::vector<Frame> targets;
-    for (int i = 0; i < 4; ++i)
-        targets.push_back(make(i % 2 ? SCREEN_FORMAT_RGBA8888 : SCREEN_FORMAT_NV12, 64, 64));
-    kel_test::run_together(4, [&](int index) {
-        for (int round = 0; round < 50; ++round) {
-            ASSERT_EQ(blit(targets[size_t(index)], source, {0}), 0);
-            ASSERT_EQ(screen_flush_blits(context, SCREEN_WAIT_IDLE), 0);
-            if (index % 2 == 0) continue;
-            ASSERT_EQ(memcmp(targets[size_t(index)].row(0), source.row(0), 256), 0);
-        }
-    });
 }
 
 }  // namespace

@@ -1,0 +1,66 @@
+// What the tests of the blitter share: frames with their memory, and blits that are done at once.
+#pragma once
+
+#include <algorithm>
+#include <random>
+#include <vector>
+
+#include "platform/screen_fixture.hpp"
+#include "support/threads.hpp"
+
+// A pixmap with its memory.
+struct Frame {
+    screen_pixmap_t pixmap;
+    screen_buffer_t buffer;
+    platform_screen_frame memory;
+    int format() const { return memory.format; }
+    unsigned char* row(int y) const {
+        return static_cast<unsigned char*>(memory.pointer) + y * memory.stride;
+    }
+    std::vector<unsigned char> bytes() const { return {row(0), row(0) + memory.size}; }
+};
+
+class Blit : public Screen {
+  protected:
+    Frame make(int format, int width, int height) {
+        Frame frame{make_pixmap(format, width, height), nullptr, {}};
+        frame.buffer = buffer_of(frame.pixmap);
+        EXPECT_EQ(platform_screen_hold_pixmap(frame.pixmap, &frame.memory), 0);
+        frames.push_back(frame);
+        return frame;
+    }
+    Frame make_random(int format, int width, int height) {
+        const Frame frame = make(format, width, height);
+        std::generate_n(frame.row(0), frame.memory.size,
+                        [&] { return static_cast<unsigned char>(random()); });
+        return frame;
+    }
+    void end_frames() {
+        for (Frame& frame : frames) {
+            platform_screen_release_frame(&frame.memory);
+            EXPECT_EQ(screen_destroy_pixmap(frame.pixmap), 0);
+        }
+        frames.clear();
+    }
+    void end_frames_after(const Frame& kept) {
+        const Frame copy = kept;
+        std::erase_if(frames, [&](const Frame& frame) { return frame.pixmap == copy.pixmap; });
+        end_frames();
+        frames.push_back(copy);
+    }
+    void TearDown() override {
+        end_frames();
+        Screen::TearDown();
+    }
+    int blit(const Frame& to, const Frame& from, const std::vector<int>& attributes) {
+        return screen_blit(context, to.buffer, from.buffer, attributes.data());
+    }
+    void blit_now(const Frame& to, const Frame& from, std::vector<int> attributes = {}) {
+        attributes.push_back(SCREEN_BLIT_END);
+        EXPECT_EQ(blit(to, from, attributes), 0);
+        EXPECT_EQ(screen_flush_blits(context, SCREEN_WAIT_IDLE), 0);
+    }
+    int between(int low, int high) { return std::uniform_int_distribution<int>(low, high)(random); }
+    std::mt19937 random{static_cast<std::mt19937::result_type>(kel_test::random_seed())};
+    std::vector<Frame> frames;
+};

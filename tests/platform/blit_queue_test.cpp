@@ -1,0 +1,99 @@
+// What blits refuse, what their queue holds, and several threads.
+#include "platform/blit_fixture.hpp"
+
+namespace {
+
+TEST_F(Blit, AFrameIsBlittedToItselfAsItWas) {
+    const Frame frame = make_random(SCREEN_FORMAT_RGBA8888, 32, 32);
+    const std::vector<unsigned char> before = frame.bytes();
+    blit_now(frame, frame,
+             {SCREEN_BLIT_SOURCE_WIDTH, 30, SCREEN_BLIT_SOURCE_HEIGHT, 29, SCREEN_BLIT_DESTINATION_X, 2,
+              SCREEN_BLIT_DESTINATION_Y, 3, SCREEN_BLIT_DESTINATION_WIDTH, 30, SCREEN_BLIT_DESTINATION_HEIGHT,
+              29});
+    for (int y = 3; y < 32; ++y) {
+        EXPECT_EQ(memcmp(frame.row(y) + 8, &before[size_t((y - 3) * frame.memory.stride)], 120), 0) << y;
+    }
+}
+
+TEST_F(Blit, WhatIsNotGoodIsRefusedAndDoesNothing) {
+    const Frame a = make_random(SCREEN_FORMAT_RGBA8888, 8, 8), b = make_random(SCREEN_FORMAT_NV12, 8, 8);
+    const std::vector<unsigned char> before = a.bytes();
+    const std::vector<int> bad_lists[] = {
+        {SCREEN_BLIT_SOURCE_WIDTH, 0, 0},
+        {SCREEN_BLIT_SOURCE_HEIGHT, -1, 0},
+        {SCREEN_BLIT_DESTINATION_WIDTH, 16385, 0},
+        {SCREEN_BLIT_DESTINATION_HEIGHT, INT32_MIN, 0},
+        {SCREEN_BLIT_SOURCE_X, 16385, 0},
+        {SCREEN_BLIT_DESTINATION_Y, -16385, 0},
+        {SCREEN_BLIT_GLOBAL_ALPHA, 256, 0},
+        {SCREEN_BLIT_GLOBAL_ALPHA, -1, 0},
+        {SCREEN_BLIT_TRANSPARENCY, 6, 0},
+        {SCREEN_BLIT_SCALE_QUALITY, 3, 0},
+        {13, 1, 0},
+        {-1, 1, 0},
+    };
+    for (const std::vector<int>& list : bad_lists) EXPECT_EQ(error_of(blit(a, b, list)), EINVAL) << list[0];
+    const int alpha[] = {SCREEN_BLIT_GLOBAL_ALPHA, 1, 0};
+    const auto stray = reinterpret_cast<screen_buffer_t>(context);
+    const int refused[] = {
+        screen_fill(context, a.buffer, alpha),
+        screen_fill(context, nullptr, nullptr),
+        screen_blit(context, stray, a.buffer, nullptr),
+        screen_blit(context, a.buffer, stray, nullptr),
+        screen_blit(nullptr, a.buffer, a.buffer, nullptr),
+        screen_flush_blits(nullptr, 0),
+        screen_flush_blits(context, 2),
+    };
+    for (int result : refused) EXPECT_EQ(error_of(result), EINVAL);
+    const std::vector<std::vector<int>> without_effect = {
+        {SCREEN_BLIT_TRANSPARENCY, SCREEN_TRANSPARENCY_DISCARD},
+        {SCREEN_BLIT_DESTINATION_X, 8},
+        {SCREEN_BLIT_DESTINATION_Y, -8},
+        {SCREEN_BLIT_SOURCE_X, -8},
+        {SCREEN_BLIT_SOURCE_Y, 16384},
+    };
+    for (const std::vector<int>& list : without_effect) blit_now(a, b, list);
+    EXPECT_EQ(a.bytes(), before);
+}
+
+TEST_F(Blit, TheQueueHoldsItsFramesAndEndsWithItsContext) {
+    const Frame target = make(SCREEN_FORMAT_RGBA8888, 4, 4);
+    Frame source = make_random(SCREEN_FORMAT_RGBA8888, 4, 4);
+    const std::vector<unsigned char> expected = source.bytes();
+    ASSERT_EQ(blit(target, source, {0}), 0);
+    platform_screen_release_frame(&source.memory);
+    ASSERT_EQ(screen_destroy_pixmap(source.pixmap), 0);
+    frames.pop_back();
+    EXPECT_EQ(live().frames, at_start.frames + 2);
+    ASSERT_EQ(screen_flush_blits(context, 0), 0);
+    EXPECT_EQ(live().frames, at_start.frames + 1);
+    EXPECT_EQ(memcmp(target.row(3), &expected[size_t(3 * target.memory.stride)], 16), 0);
+    const int white[] = {SCREEN_BLIT_COLOR, -1, SCREEN_BLIT_END};
+    for (int i = 0; i < 63; ++i) ASSERT_EQ(screen_fill(context, target.buffer, white), 0);
+    EXPECT_NE(target.row(0)[0], 255);
+    ASSERT_EQ(screen_fill(context, target.buffer, white), 0);
+    EXPECT_EQ(target.row(0)[0], 255);  // a full queue does not wait
+    ASSERT_EQ(screen_fill(context, target.buffer, nullptr), 0);
+    ASSERT_EQ(screen_destroy_context(context), 0);
+    EXPECT_EQ(target.row(0)[0], 255);  // dropped
+    EXPECT_EQ(live().pixmaps, at_start.pixmaps);
+    platform_screen_release_frame(&frames[0].memory);
+    frames.clear();
+}
+
+TEST_F(Blit, ThreadsBlitAndFlushOnOneContext) {
+    const Frame source = make_random(SCREEN_FORMAT_RGBA8888, 64, 64);
+    std::vector<Frame> targets;
+    for (int i = 0; i < 4; ++i)
+        targets.push_back(make(i % 2 ? SCREEN_FORMAT_RGBA8888 : SCREEN_FORMAT_NV12, 64, 64));
+    kel_test::run_together(4, [&](int index) {
+        for (int round = 0; round < 50; ++round) {
+            ASSERT_EQ(blit(targets[size_t(index)], source, {0}), 0);
+            ASSERT_EQ(screen_flush_blits(context, SCREEN_WAIT_IDLE), 0);
+            if (index % 2 == 0) continue;
+            ASSERT_EQ(memcmp(targets[size_t(index)].row(0), source.row(0), 256), 0);
+        }
+    });
+}
+
+}  // namespace
