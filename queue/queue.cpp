@@ -19,7 +19,7 @@ struct kel_queue {
     kel_queue_node* tail;  // newest
     uint32_t size;         // nodes from head to tail; never above limit unless limit is 0
     uint32_t limit;        // fixed at creation; 0: none
-    uint32_t flags;        // queue_closed
+    uint32_t flags;        // KEL_QUEUE_CLOSED
     kel_queue_node_destructor node_destructor;
     pthread_mutex_t modify_mutex;  // guards every other field
     pthread_cond_t empty_cond;     // consumers wait on it while the queue is empty
@@ -41,7 +41,7 @@ static_assert(offsetof(kel_queue, modify_mutex) == 24);
 
 namespace {
 
-constexpr uint32_t queue_closed = 1;
+constexpr uint32_t KEL_QUEUE_CLOSED = 1;
 
 // Spare nodes kept at most: 16 KiB on 64-bit, and more than the queues of a media graph ever hold.
 constexpr uint32_t max_spare_nodes = 1024;
@@ -61,7 +61,7 @@ void relax_cpu() {
 }
 
 bool is_closed(const kel_queue& queue) {
-    return (kel::read_unlocked(queue.flags) & queue_closed) != 0;
+    return (kel::read_unlocked(queue.flags) & KEL_QUEUE_CLOSED) != 0;
 }
 
 // Why a consumer or a producer has to wait. Also asked without the lock, as a hint.
@@ -278,14 +278,14 @@ int kel_queue_reset(kel_queue* queue) {
     if (!queue) return 0;
     kel::lock_guard lock(queue->modify_mutex);
     clear(*queue);
-    kel::write_for_unlocked(queue->flags, queue->flags & ~queue_closed);
+    kel::write_for_unlocked(queue->flags, queue->flags & ~KEL_QUEUE_CLOSED);
     return 1;
 }
 
 int kel_queue_close(kel_queue* queue) {
     if (!queue) return 0;
     kel::lock_guard lock(queue->modify_mutex);
-    kel::write_for_unlocked(queue->flags, queue->flags | queue_closed);
+    kel::write_for_unlocked(queue->flags, queue->flags | KEL_QUEUE_CLOSED);
     wake_all(queue->empty_cond, queue->empty_waiters);
     wake_all(queue->full_cond, queue->full_waiters);
     return 1;
