@@ -213,19 +213,6 @@ bool read_header(kel_video_filter& filter, string_view header) {
     }
 }
 
-void free_filter(kel_video_filter* filter) {
-    for (int i = 0; i < filter->num_params; ++i) {
-        free(filter->params[i]->name);
-        free(filter->params[i]);
-    }
-    free(filter->params);
-    free(filter->main);
-    free(filter->source);
-    free(filter->description);
-    free(filter->name);
-    free(filter);
-}
-
 }  // namespace
 
 kel_video_filter* kel::parse_video_filter(string_view text) {
@@ -238,7 +225,7 @@ kel_video_filter* kel::parse_video_filter(string_view text) {
 
     kel_video_filter* filter = make_record<kel_video_filter>().release();
     if (!filter) return nullptr;
-    scope_exit discard([&] { free_filter(filter); });
+    scope_exit discard([&] { free_video_filter(filter); });
     if (!read_header(*filter, head(text, end)) || !filter->name) return nullptr;
     filter->type = KEL_VIDEO_FILTER_SHADER;
     if (!set_once(filter->main, filter->name)) return nullptr;
@@ -246,4 +233,17 @@ kel_video_filter* kel::parse_video_filter(string_view text) {
     if (!filter->source) return nullptr;
     discard.dismiss();
     return filter;
+}
+
+void kel::free_video_filter(kel_video_filter* filter) {
+    for (int i = 0; i < filter->num_params; ++i) {
+        free(filter->params[i]->name);
+        free(filter->params[i]);
+    }
+    free(filter->params);
+    free(filter->main);
+    free(filter->source);
+    free(filter->description);
+    free(filter->name);
+    free(filter);
 }

@@ -29,4 +29,7 @@ namespace kel {
 // A filter of the text, not registered; null when the text is not a filter or memory runs out.
 kel_video_filter* parse_video_filter(std::string_view text);
 
+// Frees a filter that was never registered.
+void free_video_filter(kel_video_filter* filter);
+
 }  // namespace kel
