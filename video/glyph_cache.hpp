@@ -32,10 +32,10 @@ struct pair_kerning {
 
 // Everything that decides an outline's pixels within one font.
 struct coverage_key {
-    uint32_t glyph_index;
+    FT_UInt glyph_index;
     int32_t points;  // size
-    int32_t pen_x;   // 26.6; unscaled, the fraction of a pixel is enough
-    int32_t scale;   // 16.16
+    FT_Pos pen_x;    // 26.6; unscaled, the fraction of a pixel is enough
+    FT_Fixed scale;  // 16.16
     bool operator==(const coverage_key&) const = default;
 };
 

@@ -10,10 +10,9 @@
 
 namespace {
 
-constexpr int32_t box_points = 36;           // text is laid out at this size before it is fitted into a box
-constexpr int64_t largest_bitmap = 1 << 24;  // pixels; larger glyphs are refused before they are rendered
-constexpr FT_Pos bitmap_limit =
-    0x8000 * 64L;  // FreeType renders between -32768 and 32767 pixels, here in 26.6
+constexpr int32_t box_points = 36;             // text is laid out at this size before it is fitted into a box
+constexpr int64_t largest_bitmap = 1 << 24;    // pixels; larger glyphs are refused before they are rendered
+constexpr FT_Pos bitmap_limit = 0x8000 * 64L;  // 26.6; FreeType renders from -32768 to 32767 pixels
 
 // The cache for an entry's coverage, or null when its pixels depend on more than a key says.
 kel::glyph_cache* cache_for(const kel_glyph_run& run, const kel_glyph_run_entry& entry) {
@@ -29,8 +28,7 @@ FT_Pos free_way(const kel_glyph_run& run, const kel_glyph_run_entry& entry) {
 }
 
 kel::coverage_key key_of(const kel_glyph_run& run, const kel_glyph_run_entry& entry) {
-    return {entry.glyph_index, run.font->points,
-            static_cast<int32_t>(entry.pen.x - free_way(run, entry) * 64), static_cast<int32_t>(run.scale)};
+    return {entry.glyph_index, run.font->points, entry.pen.x - free_way(run, entry) * 64, run.scale};
 }
 
 // Replaces the entry's glyph by its bitmap.
@@ -46,7 +44,7 @@ FT_Error render(const kel_glyph_run& run, kel_glyph_run_entry& entry) {
     return FT_Glyph_To_Bitmap(&entry.glyph, FT_RENDER_MODE_NORMAL, nullptr, 1);
 }
 
-// Draws one glyph with the run's origin at `origin` and sets x to where its bitmap begins.
+// Draws one glyph with the run's origin at `origin` and sets x to the column where its bitmap begins.
 FT_Error draw_glyph(const kel::canvas& to, const kel::ink& color, const kel_glyph_run& run,
                     kel_glyph_run_entry& entry, const kel_point& origin, int64_t& x) {
     x = origin.x;
