@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <limits>
 #include <span>
+#include <utility>
 
 #include "core/log.hpp"
 #include "video/text.hpp"
@@ -51,21 +52,25 @@ FT_Error draw_glyph(const kel::canvas& to, const kel::ink& color, const kel_glyp
     if (entry.blank) return 0;
     kel::glyph_cache* cache = cache_for(run, entry);
     const kel::coverage_key key = key_of(run, entry);
-    kel::glyph_coverage* coverage = cache ? kel::find_coverage(*cache, key) : nullptr;
-    if (!coverage) {
-        if (const FT_Error error = render(run, entry)) return error;
-        const auto* glyph = reinterpret_cast<FT_BitmapGlyph>(entry.glyph);
-        if (cache) coverage = kel::store_coverage(*cache, key, glyph->bitmap);
-        if (!coverage) {
-            x += glyph->left;
-            kel::paint_bitmap(to, color, x, int64_t{origin.y} - glyph->top, glyph->bitmap);
-            return 0;
-        }
-        coverage->left = glyph->left - static_cast<int32_t>(free_way(run, entry));
-        coverage->top = glyph->top;
+    const auto way = static_cast<int32_t>(free_way(run, entry));
+    if (const kel::glyph_coverage* known = cache ? kel::find_coverage(*cache, key) : nullptr) {
+        x += known->left + way;
+        kel::paint_coverage(to, color, x, int64_t{origin.y} - known->top, *known);
+        return 0;
     }
-    x += coverage->left + free_way(run, entry);
-    kel::paint_coverage(to, color, x, int64_t{origin.y} - coverage->top, *coverage);
+    if (const FT_Error error = render(run, entry)) return error;
+    const auto* glyph = reinterpret_cast<FT_BitmapGlyph>(entry.glyph);
+    const int64_t y = int64_t{origin.y} - glyph->top;
+    x += glyph->left;
+    if (kel::glyph_coverage* kept = cache ? kel::store_coverage(*cache, key, glyph->bitmap) : nullptr) {
+        kept->left = glyph->left - way;
+        kept->top = glyph->top;
+        kel::paint_coverage(to, color, x, y, *kept);
+    } else {
+        kel::paint_bitmap(to, color, x, y, glyph->bitmap);
+    }
+    // Its memory serves the next glyph; a line of large ones would hold megabytes.
+    FT_Done_Glyph(std::exchange(entry.glyph, nullptr));
     return 0;
 }
 
