@@ -46,8 +46,13 @@ inline void PrintTo(const Outcome& outcome, std::ostream* out) {
     for (const std::string& message : outcome.messages) *out << "\n  " << message;
 }
 
-// A laid-out string; the glyphs are freed with their FT_Library.
+// A laid-out string.
 struct PlainRun {
+    PlainRun() = default;
+    PlainRun(PlainRun&&) = default;
+    ~PlainRun() {
+        for (FT_Glyph glyph : glyphs) FT_Done_Glyph(glyph);
+    }
     std::vector<FT_Glyph> glyphs = {};
     std::vector<FT_UInt> indices = {};
     FT_BBox box() const {
