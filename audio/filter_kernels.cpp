@@ -13,10 +13,7 @@ namespace kel::KEL_SIMD_LEVEL {
 namespace {
 
 void gain(int32_t* out, const int32_t* in, const int32_t* gain_values, size_t count) {
-    KEL_INDEPENDENT_ITERATIONS
-    for (size_t i = 0; i < count; ++i) {
-        out[i] = shift_and_saturate<16>(static_cast<int64_t>(gain_values[i]) * in[i]);
-    }
+    multiply_all<16>(out, in, factor_stream{gain_values}, count);
 }
 
 // The values of two neighbouring channels of a frame side by side, so that the chain of operations from one frame to

@@ -48,10 +48,7 @@ void put_s16(int32_t* mix, const void* in, size_t count) {
 }
 
 void scale(void* out, const int32_t* mix, size_t count, int32_t gain) {
-    auto* samples = static_cast<s32_at*>(out);
-    KEL_INDEPENDENT_ITERATIONS
-    for (size_t i = 0; i < count; ++i)
-        samples[i].value = shift_and_saturate<8>(static_cast<int64_t>(mix[i]) * gain);
+    multiply_all<8>(out, mix, constant_factor{gain}, count);
 }
 
 // (value × gain) >> 16, saturated to 16 bits.
