@@ -22,11 +22,29 @@ void store(uint8_t* out, size_t index, T value) {
     memcpy(out + index * sizeof(T), &value, sizeof(T));
 }
 
+// Calls loop(first, count) for 0 to `items`, items of which write item_bytes each, so that nearly all stores lie in one
+// cache line: a first and a last line's worth wherever they lie, and whole lines between. Items at the seams are done
+// twice.
+template <size_t item_bytes, typename Loop>
+void by_lines(const uint8_t* out, size_t items, Loop loop) {
+    constexpr size_t line_bytes = 64;
+    constexpr size_t line = line_bytes / item_bytes;
+    const size_t to_boundary = (line_bytes - reinterpret_cast<uintptr_t>(out) % line_bytes) % line_bytes;
+    if (items < 4 * line || to_boundary % item_bytes) return loop(0, items);
+    loop(0, line);
+    const size_t first = to_boundary / item_bytes;
+    loop(first, (items - first) / line * line);
+    loop(items - line, line);
+}
+
 // out[i] = convert(in[i])
 template <typename From, typename To, typename Convert>
 void each(uint8_t* out, const uint8_t* in, size_t count, Convert convert) {
-    KEL_INDEPENDENT_ITERATIONS
-    for (size_t i = 0; i < count; ++i) store<To>(out, i, static_cast<To>(convert(load<From>(in, i))));
+    by_lines<sizeof(To)>(out, count, [=](size_t first, size_t items) {
+        KEL_INDEPENDENT_ITERATIONS
+        for (size_t i = first; i < first + items; ++i)
+            store(out, i, static_cast<To>(convert(load<From>(in, i))));
+    });
 }
 
 constexpr uint16_t swapped(uint16_t value) {
@@ -68,38 +86,50 @@ void s24_to_s16(uint8_t* out, const uint8_t* in, size_t count) {
     });
 }
 
+// (left + right) >> 1 without a wider sum.
+template <typename Value>
+Value mean(Value left, Value right) {
+    return static_cast<Value>((left & right) + ((left ^ right) >> 1));
+}
+
 template <typename Value>
 void downmix(uint8_t* out, const uint8_t* in, size_t frames) {
-    KEL_INDEPENDENT_ITERATIONS
-    for (size_t i = 0; i < frames; ++i) {
-        const int sum = load<Value>(in, 2 * i) + load<Value>(in, 2 * i + 1);
-        store(out, i, static_cast<Value>(sum >> 1));
-    }
+    by_lines<sizeof(Value)>(out, frames, [=](size_t first, size_t count) {
+        KEL_INDEPENDENT_ITERATIONS
+        for (size_t i = first; i < first + count; ++i)
+            store(out, i, mean(load<Value>(in, 2 * i), load<Value>(in, 2 * i + 1)));
+    });
 }
 
 template <typename Value>
 void downmix_swapped(uint8_t* out, const uint8_t* in, size_t frames) {
-    KEL_INDEPENDENT_ITERATIONS
-    for (size_t i = 0; i < frames; ++i) {
-        const auto left = static_cast<Value>(swapped(load<uint16_t>(in, 2 * i)));
-        const auto right = static_cast<Value>(swapped(load<uint16_t>(in, 2 * i + 1)));
-        store(out, i, swapped(static_cast<uint16_t>((left + right) >> 1)));
-    }
+    by_lines<sizeof(Value)>(out, frames, [=](size_t first, size_t count) {
+        KEL_INDEPENDENT_ITERATIONS
+        for (size_t i = first; i < first + count; ++i) {
+            const auto left = static_cast<Value>(swapped(load<uint16_t>(in, 2 * i)));
+            const auto right = static_cast<Value>(swapped(load<uint16_t>(in, 2 * i + 1)));
+            store(out, i, swapped(static_cast<uint16_t>(mean(left, right))));
+        }
+    });
 }
 
 template <typename Item, size_t factor>
 void repeat_items(uint8_t* out, const uint8_t* in, size_t items) {
-    KEL_INDEPENDENT_ITERATIONS
-    for (size_t i = 0; i < items; ++i) {
-        const Item item = load<Item>(in, i);
-        for (size_t copy = 0; copy < factor; ++copy) store(out, factor * i + copy, item);
-    }
+    by_lines<factor * sizeof(Item)>(out, items, [=](size_t first, size_t count) {
+        KEL_INDEPENDENT_ITERATIONS
+        for (size_t i = first; i < first + count; ++i) {
+            const Item item = load<Item>(in, i);
+            for (size_t copy = 0; copy < factor; ++copy) store(out, factor * i + copy, item);
+        }
+    });
 }
 
 template <typename Item, size_t factor>
 void drop_items(uint8_t* out, const uint8_t* in, size_t items_out) {
-    KEL_INDEPENDENT_ITERATIONS
-    for (size_t i = 0; i < items_out; ++i) store(out, i, load<Item>(in, factor * i));
+    by_lines<sizeof(Item)>(out, items_out, [=](size_t first, size_t count) {
+        KEL_INDEPENDENT_ITERATIONS
+        for (size_t i = first; i < first + count; ++i) store(out, i, load<Item>(in, factor * i));
+    });
 }
 
 // Calls `action` with the type of an item of that many bytes.
@@ -131,37 +161,44 @@ void drop(uint8_t* out, const uint8_t* in, size_t items_out, size_t item_bytes, 
     });
 }
 
-// a + (((b - a) × f) >> 16) = (a × (65536 - f) + b × f) >> 16, which fits 32 bits.
-int32_t between(int32_t a, int32_t b, int32_t f) {
-    return (a * (65536 - f) + b * f) >> 16;
+// a + (((b - a) × f) >> 16) in 16 bits: the high half of the unsigned product, less f when the difference is negative.
+uint16_t between(uint16_t a, uint16_t b, uint16_t f) {
+    const auto difference = static_cast<uint16_t>(b - a);
+    const auto high = static_cast<uint16_t>(uint32_t{difference} * f >> 16);
+    const auto borrowed = static_cast<int16_t>(a) > static_cast<int16_t>(b) ? f : uint16_t{0};
+    return static_cast<uint16_t>(a + high - borrowed);
+}
+
+// Frames are of one or of two channels: the frames on both sides are collected first, then interpolated together.
+template <typename Frame>
+void resample_plain(uint8_t* out, const uint8_t* in, size_t frames, uint32_t position, uint32_t increment) {
+    constexpr uint32_t batch = 128, channels = sizeof(Frame) / 2;
+    Frame before[batch], after[batch], fraction[batch];
+    const auto* a = reinterpret_cast<const uint8_t*>(before);
+    const auto* b = reinterpret_cast<const uint8_t*>(after);
+    const auto* f = reinterpret_cast<const uint8_t*>(fraction);
+    while (frames > 0) {
+        const uint32_t count = frames < batch ? static_cast<uint32_t>(frames) : batch;
+        uint32_t p = position;
+        KEL_INDEPENDENT_ITERATIONS
+        for (uint32_t i = 0; i < count; ++i, p += increment)
+            fraction[i] = static_cast<Frame>((p & 0xffff) | p << 16);
+        for (uint32_t i = 0; i < count; ++i, position += increment) {
+            const uint8_t* at = in + sizeof(Frame) * (position >> 16);
+            before[i] = load<Frame>(at, 0);
+            after[i] = load<Frame>(at, 1);
+        }
+        KEL_INDEPENDENT_ITERATIONS
+        for (uint32_t i = 0; i < count * channels; ++i)
+            store(out, i, between(load<uint16_t>(a, i), load<uint16_t>(b, i), load<uint16_t>(f, i)));
+        out += sizeof(Frame) * count;
+        frames -= count;
+    }
 }
 
 void resample_mono(uint8_t* out, const uint8_t* in, size_t frames, size_t, uint32_t position,
                    uint32_t increment) {
-    KEL_INDEPENDENT_ITERATIONS
-    for (uint32_t i = 0; i < static_cast<uint32_t>(frames); ++i) {
-        const uint32_t p = position + i * increment;
-        const auto pair =
-            load<uint32_t>(in + 2 * size_t{p >> 16}, 0);  // a in the low half, b in the high one
-        const int32_t value =
-            between(static_cast<int16_t>(pair), static_cast<int32_t>(pair) >> 16, p & 0xffff);
-        store(out, i, static_cast<int16_t>(value));
-    }
-}
-
-uint32_t between_frames(uint32_t a, uint32_t b, int32_t f) {
-    const int32_t left = between(static_cast<int16_t>(a), static_cast<int16_t>(b), f);
-    const int32_t right = between(static_cast<int32_t>(a) >> 16, static_cast<int32_t>(b) >> 16, f);
-    return (static_cast<uint32_t>(left) & 0xffff) | static_cast<uint32_t>(right) << 16;
-}
-
-void resample_stereo_plain(uint8_t* out, const uint8_t* in, size_t frames, uint32_t position,
-                           uint32_t increment) {
-    for (uint32_t i = 0; i < static_cast<uint32_t>(frames); ++i) {
-        const uint32_t p = position + i * increment;
-        const uint8_t* at = in + 4 * size_t{p >> 16};
-        store(out, i, between_frames(load<uint32_t>(at, 0), load<uint32_t>(at, 1), p & 0xffff));
-    }
+    resample_plain<uint16_t>(out, in, frames, position, increment);
 }
 
 #if defined(__AVX2__)
@@ -271,8 +308,8 @@ size_t resample_registers(uint8_t*, const uint8_t*, size_t, size_t, uint32_t, ui
 void resample_stereo(uint8_t* out, const uint8_t* in, size_t frames, size_t in_frames, uint32_t position,
                      uint32_t increment) {
     const size_t done = resample_registers(out, in, frames, in_frames, position, increment);
-    resample_stereo_plain(out + 4 * done, in, frames - done,
-                          position + static_cast<uint32_t>(done) * increment, increment);
+    resample_plain<uint32_t>(out + 4 * done, in, frames - done,
+                             position + static_cast<uint32_t>(done) * increment, increment);
 }
 
 }  // namespace
