@@ -31,8 +31,12 @@ struct frame_counts {
     int32_t consumed, produced;
 };
 
+// Frames of any type are then countable in 32 bits.
+constexpr int32_t most_channels = INT32_MAX / 8;
+
 bool has_frames(const kel_audio_format* format) {
-    return format && format->channels > 0 && kel_get_audio_sample_size(format) > 0;
+    return format && format->channels > 0 && format->channels <= most_channels &&
+           kel_get_audio_sample_size(format) > 0;
 }
 
 int32_t widest_frame(const kel_audio_plan_node* last) {
@@ -59,16 +63,16 @@ int32_t frames_in(int32_t bytes, const kel_audio_format& format, int32_t limit) 
     return limit < 0 ? frames : std::min(frames, limit);
 }
 
-// Grows the buffers to what the block needs. They are kept when that fails and are large enough for it.
+// Grows the buffers to what the block needs; false when that cannot be had.
 bool ensure_buffers(kel_audio_converter& converter, int32_t frames) {
     const int64_t need = int64_t{converter.max_frame_bytes} * frames;
     const int64_t widest = int64_t{converter.widest_frame_bytes} * frames;
     if (converter.buffer_capacity >= std::max(need, widest) && converter.buffers[0]) return true;
     const int64_t total = 2 * buffer_factor * need;
+    if (total > INT32_MAX) return false;
     KEL_LOG_INFO("converter: Allocating %d bytes", static_cast<int>(total));
     free(converter.buffers[0]);
-    converter.buffers[0] =
-        total > INT32_MAX ? nullptr : static_cast<uint8_t*>(malloc(static_cast<size_t>(total)));
+    converter.buffers[0] = static_cast<uint8_t*>(malloc(static_cast<size_t>(total)));
     converter.buffers[1] = converter.buffers[0] ? converter.buffers[0] + buffer_factor * need : nullptr;
     converter.buffer_capacity = converter.buffers[0] ? static_cast<int32_t>(buffer_factor * need) : 0;
     return converter.buffers[0] != nullptr;
