@@ -72,11 +72,14 @@ bool rows_fit(int64_t rows, int64_t row_bytes, int64_t stride, uint64_t size) {
     return stride >= row_bytes && static_cast<uint64_t>((rows - 1) * stride + row_bytes) <= size;
 }
 
-// Luma rows and then, on both sides where these ended, the interleaved chroma rows. 0 when they do not fit.
+// What the functions below give when the frame does not fit; else the bytes that the container describes.
+constexpr int64_t refused = -1;
+
+// Luma rows and then, on both sides where these ended, the interleaved chroma rows.
 int64_t copy_nv12(const delivery& to) {
     const int64_t width = to.state.video_width, height = to.state.video_height;
     const int64_t size = 3 * width * height / 2;
-    if (width < 0 || height < 0 || size > to.record->size) return 0;
+    if (width < 0 || height < 0 || size > to.record->size) return refused;
     const kel_buffer& source = *to.slice->buffer;
     const int64_t slice_width = to.slice->spec.video.width;
     const int64_t row_bytes = slice_width < width ? slice_width : width;
@@ -84,7 +87,7 @@ int64_t copy_nv12(const delivery& to) {
     const int64_t stride = to.own.use_destination_stride ? to.record->buffer->stride : width;
     if (row_bytes < 0 || !rows_fit(rows, row_bytes, source.stride, source.size) ||
         !rows_fit(rows, row_bytes, stride, to.record->size))
-        return 0;
+        return refused;
     auto* from = static_cast<const char*>(source.ptr);
     auto* into = static_cast<char*>(to.record->data);
     for (int64_t row = 0; row < rows; ++row, from += source.stride, into += stride)
@@ -94,11 +97,12 @@ int64_t copy_nv12(const delivery& to) {
 
 int64_t blit_rgba(const delivery& to) {
     const kel_buffer& source = *to.slice->buffer;
-    if (source.size > to.record->size) return 0;
+    if (source.size > to.record->size) return refused;
     const int whole[] = {SCREEN_BLIT_END};
     screen_context_t context = source.pool->context->screen_context;
-    if (screen_blit(context, to.record->buffer->screen_buffer, source.screen_buffer, whole) != 0) return 0;
-    if (screen_flush_blits(context, 1) != 0) return 0;
+    if (screen_blit(context, to.record->buffer->screen_buffer, source.screen_buffer, whole) != 0)
+        return refused;
+    if (screen_flush_blits(context, 1) != 0) return refused;
     return source.size;
 }
 
@@ -107,9 +111,9 @@ int64_t convert_to_nv12(const delivery& to) {
     const kel_video_format from = kel_get_buffer_format(to.slice->buffer)->video;
     const kel_buffer_format& into = *kel_get_buffer_format(&target);
     const int64_t size = 3 * int64_t{to.state.video_width} * to.state.video_height / 2;
-    if (into.type != KEL_BUFFER_VIDEO || into.video.format != SCREEN_FORMAT_NV12) return 0;
-    if (from.width < into.video.width || from.height < into.video.height) return 0;
-    if (to.state.video_width < 0 || to.state.video_height < 0 || size > to.record->size) return 0;
+    if (into.type != KEL_BUFFER_VIDEO || into.video.format != SCREEN_FORMAT_NV12) return refused;
+    if (from.width < into.video.width || from.height < into.video.height) return refused;
+    if (to.state.video_width < 0 || to.state.video_height < 0 || size > to.record->size) return refused;
     kel_invalidate_cache(to.slice->buffer);
     bgra8888_to_nv12(to.slice->buffer, &target);
     return size;
@@ -150,7 +154,7 @@ bool deliver_video(delivery& to) {
             static_cast<unsigned>(format), fourcc, to.state.video_fourcc);
         return false;
     }
-    if (size == 0) return false;
+    if (size == refused) return false;
     const int error =
         MmfSetMraBufferElement(to.mra, to.index, to.record, to.record->data, static_cast<uint32_t>(size));
     if (error != 0)

@@ -11,7 +11,7 @@
 
 struct kel_writer_state {
     kel_filter_head head;
-    pthread_mutex_t mutex;  // guards the resources and the changes of the channels' statuses by the callbacks
+    pthread_mutex_t mutex;  // guards the resources, the time bases and the callbacks' changes of statuses
     int32_t started;
     mmf_event_poster event_poster;  // given by the framework
     mmf_event_poster error_poster;  // set once a client is interested in errors

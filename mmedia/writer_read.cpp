@@ -9,9 +9,8 @@ namespace {
 
 constexpr int end_of_data = 79;
 constexpr int not_playing = 11;
-constexpr uint64_t microseconds_per_second = 1000000;
 
-void take_property(kel_writer_channel& own, int index) {
+void take_property(kel_writer_state& state, kel_writer_channel& own, int index) {
     int type = 0;
     uint32_t value = 0;
     uint16_t value16 = 0;
@@ -19,10 +18,12 @@ void take_property(kel_writer_channel& own, int index) {
     switch (type) {
         case MM_PROPERTY_PTS:
         case MM_PROPERTY_VIDEO_PTS:
-        case MM_PROPERTY_AUDIO_PTS:
+        case MM_PROPERTY_AUDIO_PTS: {
+            kel::lock_guard lock(state.mutex);
             own.base_pts = value + (uint64_t{value16} << 32);
             own.samples = 0;
             break;
+        }
         case MM_PROPERTY_SIZE:
             own.width = value;
             own.height = value16;
@@ -38,9 +39,8 @@ void take_property(kel_writer_channel& own, int index) {
 
 void view_audio(kel_writer_channel& own, const kel_audio_format& format, void* data, uint32_t size,
                 kel_slice& slice) {
-    const auto frame_bytes = static_cast<uint32_t>(kel_get_audio_sample_size(&format));
-    const uint32_t frames = size / frame_bytes;
-    const auto elapsed = static_cast<int64_t>(own.samples * microseconds_per_second) / format.rate;
+    const uint32_t frames = size / static_cast<uint32_t>(kel_get_audio_sample_size(&format));
+    const int64_t elapsed = kel_get_audio_pts_from_nsamples(format.rate, static_cast<int64_t>(own.samples));
     slice.pts = own.base_pts + static_cast<uint64_t>(elapsed);
     slice.spec.audio.samples_start = data;
     slice.spec.audio.nsamples = frames;
@@ -57,7 +57,7 @@ void view_video(const kel_writer_channel& own, kel_slice& slice) {
 }
 
 // The slice for a buffer element; false when there is none to see.
-bool take_buffer(kel_writer_channel& own, int index, kel_slice& slice) {
+bool take_buffer(kel_writer_state& state, kel_writer_channel& own, int index, kel_slice& slice) {
     kel_mmf_buffer* record = nullptr;
     void* data = nullptr;
     uint32_t size = 0;
@@ -65,6 +65,7 @@ bool take_buffer(kel_writer_channel& own, int index, kel_slice& slice) {
         return false;
     slice.buffer = record->buffer;
     const kel_buffer_format& format = *kel_get_buffer_format(record->buffer);
+    kel::lock_guard lock(state.mutex);  // a seek changes the time base in another thread
     if (format.type == KEL_BUFFER_AUDIO)
         view_audio(own, format.audio, data, size, slice);
     else if (format.type == KEL_BUFFER_VIDEO)
@@ -73,15 +74,15 @@ bool take_buffer(kel_writer_channel& own, int index, kel_slice& slice) {
 }
 
 // Reads on in the current container until a buffer; a container without any left is released.
-bool next_slice(kel_writer_channel& own, kel_slice& slice) {
+bool next_slice(kel_writer_state& state, kel_writer_channel& own, kel_slice& slice) {
     if (!own.mra) return false;
     int type = 0;
     while (MmfGetMraElementType(own.mra, own.element, &type) == 0) {
         const int index = own.element++;
         if (type == MM_ELEMENT_BUFFER) {
-            if (take_buffer(own, index, slice)) return true;
+            if (take_buffer(state, own, index, slice)) return true;
         } else {
-            take_property(own, index);
+            take_property(state, own, index);
         }
     }
     MmfReleaseMra(own.mra);
@@ -102,6 +103,7 @@ void set_ended(kel_writer_state& state, kel_writer_channel& own, int32_t status)
 
 int kel_writer_read_slice(kel_channel* channel, kel_slice* slice) {
     if (!channel || !slice || !kel::is_writer(channel->filter)) return EINVAL;
+    kel_writer_state& state = kel::writer_state(*channel->filter);
     kel_writer_channel& own = kel::writer_channel(*channel);
     for (;;) {
         const int32_t status = kel::read_unlocked(own.status);
@@ -127,11 +129,11 @@ int kel_writer_read_slice(kel_channel* channel, kel_slice* slice) {
                 own.element = 0;
                 result = own.upstream->next_buffer(channel->peer, &own.mra);
             }
-            if (next_slice(own, *slice)) return 0;
+            if (next_slice(state, own, *slice)) return 0;
         }
         slice->buffer = nullptr;
         if (ends(result)) {
-            set_ended(kel::writer_state(*channel->filter), own, result);
+            set_ended(state, own, result);
             return end_of_data;
         }
         if (kel::read_unlocked(own.status) != MM_STATUS_PLAYING) return not_playing;
