@@ -54,7 +54,7 @@ class MediaTest : public ::testing::Test {
     kel_context* context;
 };
 
-// Ends a slice made by kel_create_slice_for_buffer: what a queue of slices throws away.
+// Ends a slice from malloc: what a queue of slices throws away.
 inline void drop_slice(void* data) {
     auto* slice = static_cast<kel_slice*>(data);
     if (slice->buffer) kel_release_buffer(slice->buffer);
