@@ -5,6 +5,8 @@ include(CMakePackageConfigHelpers)
 set(kel_installed kel)
 set(KEL_PC_LIBRARIES -lkel)
 install(FILES ${PROJECT_SOURCE_DIR}/include/kel.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+# Video filters, and what their chains need.
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/share/kel DESTINATION ${CMAKE_INSTALL_DATADIR})
 if(KEL_BUILD_PLATFORM)
   list(APPEND kel_installed kelplatform)
   string(APPEND KEL_PC_LIBRARIES " -lkelplatform")

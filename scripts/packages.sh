@@ -35,6 +35,7 @@ packages_test=(
     libgl1-mesa-dri
     libpng-dev
     mate-backgrounds
+    mate-backgrounds
     python3
 )
 

@@ -1,0 +1,11 @@
+/*
+Filter: vignette
+Description: Darkens towards the corners
+Parameter: float radius; default 0.35; min 0; max 1    // where it begins, in heights of the frame from its middle
+Parameter: float softness; default 0.5; min 0.01; max 1 // how far it takes to the full amount
+Parameter: float amount; default 0.8; min 0; max 1
+*/
+void vignette(float radius, float softness, float amount) {
+    vec2 from_middle = (kel_position - 0.5) * vec2(kel_pixel.y / kel_pixel.x, 1.0);
+    gl_FragColor.rgb *= 1.0 - amount * smoothstep(radius, radius + softness, length(from_middle));
+}

@@ -1,0 +1,204 @@
+// The filters of share/kel/filters on a photograph: buffer, texture, chain, surface, buffer, picture.
+#include <img/img.h>
+
+#include <filesystem>
+
+#include "gles_fixture.hpp"
+#include "golden/golden.hpp"
+#include "support/import_hooks.hpp"
+
+namespace {
+
+using namespace kel_test;
+
+constexpr int width = 240, height = 150;
+constexpr int tolerance = 4;  // rasterisers round differently
+
+struct Setting {
+    int instance;
+    const char* param;
+    std::vector<float> values;
+};
+
+std::string text_of(const char* name) {
+    FILE* file = fopen((std::string(KEL_SHARE_FOLDER) + name).c_str(), "r");
+    EXPECT_NE(file, nullptr) << name;
+    std::string text(4096, '\0');
+    text.resize(fread(text.data(), 1, text.size(), file));
+    fclose(file);
+    return text;
+}
+
+class FilterShelf : public Gles {
+  protected:
+    void SetUp() override {
+        Gles::SetUp();
+        target = make_buffer(width, height);
+        surface = kel_gles_create_pixmap_surface(context, target);
+        photo = load("nature/LadyBird.jpg", frame);
+        other = load("nature/Dune.jpg", second);
+    }
+    void TearDown() override {
+        kel_destroy_video_filter_chain(&chain);
+        kel_gles_destroy_texture(&frame);
+        kel_gles_destroy_texture(&second);
+        for (kel_buffer* buffer : {photo, other, target}) kel_release_buffer(buffer);
+        EXPECT_TRUE(eglDestroySurface(display, surface));
+        Gles::TearDown();
+    }
+    // A packaged photograph, scaled to the frame's size.
+    kel_buffer* load(const char* name, kel_texture*& texture) {
+        img_lib_t images = nullptr;
+        EXPECT_EQ(img_lib_attach(&images), IMG_ERR_OK);
+        const std::string path = std::string("/usr/share/backgrounds/mate/") + name;
+        kel_buffer* full = kel_load_image_file(context, images, path.c_str(), SCREEN_USAGE_READ);
+        img_lib_detach(images);
+        kel_buffer* buffer = make_buffer(width, height);
+        if (!full) throw std::runtime_error(path);
+        const kel_slice from = kel_slice_for_buffer(full), to = kel_slice_for_buffer(buffer);
+        EXPECT_EQ(kel_blit_video(&from, &to, nullptr, nullptr, 255, SCREEN_QUALITY_NORMAL,
+                                 SCREEN_TRANSPARENCY_NONE),
+                  0);
+        EXPECT_EQ(screen_flush_blits(context->screen_context, SCREEN_WAIT_IDLE), 0);
+        kel_release_buffer(full);
+        texture = kel_gles_texture_from_slice(&to);
+        return buffer;
+    }
+    // Makes a chain of the shelf's filters the program in use.
+    void use(const std::vector<std::string>& filters) {
+        kel_destroy_video_filter_chain(&chain);
+        chain = kel_create_video_filter_chain(context);
+        kel_set_video_filter_chain_preamble(chain, preamble.c_str());
+        kel_set_video_filter_chain_main_preamble(chain, main_preamble.c_str());
+        for (const auto& name : filters) {
+            const std::string path = std::string(KEL_SHARE_FOLDER) + "filters/" + name + ".glsl";
+            kel_video_filter* filter = kel_load_video_filter_shader_from_file(path.c_str());
+            EXPECT_STREQ(kel_get_video_filter_name(filter), name.c_str());
+            EXPECT_STRNE(kel_get_video_filter_description(filter), "");
+            kel_add_video_filter_to_chain(chain, filter);
+        }
+        ASSERT_EQ(kel_finalize_video_filter_chain(chain), 0);
+        const GLuint program = kel_get_video_filter_chain_program_index(chain);
+        GLint status = 0;
+        const GLuint vertex = kel_gles_create_shader_from_file(context, GL_VERTEX_SHADER,
+                                                               KEL_SHARE_FOLDER "vertex.glsl", &status);
+        EXPECT_TRUE(status);
+        glAttachShader(program, vertex);
+        glDeleteShader(vertex);
+        glBindAttribLocation(program, 0, "kel_corner");
+        glLinkProgram(program);
+        glGetProgramiv(program, GL_LINK_STATUS, &status);
+        ASSERT_TRUE(status);
+        glUseProgram(program);
+        glUniform1i(glGetUniformLocation(program, "kel_frame"), 0);
+        glUniform2f(glGetUniformLocation(program, "kel_pixel"), 1.0f / width, 1.0f / height);
+        glUniform1i(glGetUniformLocation(program, "filter0_picture"), 1);
+        glActiveTexture(GL_TEXTURE1);
+        glBindTexture(GL_TEXTURE_2D, second->texture);
+        glActiveTexture(GL_TEXTURE0);
+        glBindTexture(GL_TEXTURE_2D, frame->texture);
+        static const GLfloat corners[] = {-1, -1, 1, -1, -1, 1, 1, 1};
+        glVertexAttribPointer(0, 2, GL_FLOAT, GL_FALSE, 0, corners);
+        glEnableVertexAttribArray(0);
+    }
+    void set(const Setting& setting) {
+        kel_video_filter_instance* instance = kel_get_first_video_filter_instance(chain);
+        for (int i = 0; i < setting.instance; ++i) instance = kel_get_next_video_filter_instance(instance);
+        const int param =
+            kel_get_video_filter_param_index(kel_get_video_filter_from_instance(instance), setting.param);
+        EXPECT_EQ(kel_set_video_filter_param_fv(instance, param, setting.values.data(),
+                                                static_cast<int>(setting.values.size())),
+                  0);
+    }
+    golden::Picture drawn() {
+        kel_apply_changed_video_filter_chain_params(chain);
+        draw_quad();
+        glFinish();
+        return golden::copy(target->ptr, width, height, target->stride);
+    }
+
+    const std::string preamble = text_of("preamble.glsl"), main_preamble = text_of("main_preamble.glsl");
+    kel_buffer *target = nullptr, *photo = nullptr, *other = nullptr;
+    kel_texture *frame = nullptr, *second = nullptr;
+    EGLSurface surface = EGL_NO_SURFACE;
+    kel_video_filter_chain* chain = nullptr;
+};
+
+TEST_F(FilterShelf, EveryFilterAloneAndThreeInARow) {
+    const struct {
+        const char* picture;
+        std::vector<std::string> filters;
+        std::vector<Setting> settings;
+    } rows[] = {
+        {"none", {}, {}},
+        {"tint", {"tint"}, {}},
+        {"adjust", {"adjust"}, {}},
+        {"sepia", {"sepia"}, {}},
+        {"greyscale", {"greyscale"}, {}},
+        {"vignette", {"vignette"}, {}},
+        {"pixelate", {"pixelate"}, {}},
+        {"blur", {"blur"}, {}},
+        {"sharpen", {"sharpen"}, {}},
+        {"chroma_key", {"chroma_key"}, {{0, "key", {0.35f, 0.6f, 0.1f}}}},
+        {"edge", {"edge"}, {}},
+        {"fade", {"fade"}, {}},
+        {"picture_in_picture", {"picture_in_picture"}, {}},
+        {"chain_pixelate_greyscale_vignette", {"pixelate", "greyscale", "vignette"}, {{1, "amount", {0.7f}}}},
+        {"chain_tint_tint_fade",
+         {"tint", "tint", "fade"},
+         {{0, "colour", {1, 0.5f, 0.5f}}, {1, "colour", {0.5f, 1, 1}}, {2, "colour", {0, 0, 1}}}},
+    };
+    size_t shelf = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(KEL_SHARE_FOLDER "filters")) {
+        shelf += entry.path().extension() == ".glsl";
+    }
+    EXPECT_EQ(shelf + 3, std::size(rows));  // all but the first and the two chains
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.picture);
+        use(row.filters);
+        for (const Setting& setting : row.settings) set(setting);
+        const golden::Picture picture = drawn();
+        EXPECT_TRUE(golden::matches(std::string("filter_") + row.picture, picture, tolerance));
+        const golden::Picture plain = golden::copy(photo->ptr, width, height, photo->stride);
+        EXPECT_EQ(golden::same(picture, plain, 1) == true, row.filters.empty());
+    }
+}
+
+int uniform_calls;
+void counted_uniform1fv(GLint location, GLsizei count, const GLfloat* values) {
+    ++uniform_calls;
+    glUniform1fv(location, count, values);
+}
+void counted_uniform3fv(GLint location, GLsizei count, const GLfloat* values) {
+    ++uniform_calls;
+    glUniform3fv(location, count, values);
+}
+
+TEST_F(FilterShelf, LoadsOnlyWhatChangedBetweenFrames) {
+    const ImportHook one = hook(counted_uniform1fv, "glUniform1fv"),
+                     three = hook(counted_uniform3fv, "glUniform3fv");
+    use({"fade", "sepia"});  // amount and colour; amount
+    const struct {
+        std::vector<Setting> settings;
+        int calls;
+        std::vector<uint8_t> first;  // the first pixel; empty: as it was
+    } frames[] = {{{{0, "amount", {1}}, {1, "amount", {0}}}, 3, {0, 0, 0}},
+                  {{}, 0, {}},
+                  {{{0, "colour", {0, 0.2f, 1}}}, 1, {255, 51, 0}},
+                  {{{0, "colour", {1, 1, 1}}, {0, "amount", {1}}}, 2, {255, 255, 255}},
+                  {{}, 0, {}}};
+    std::vector<uint8_t> last;
+    for (const auto& each : frames) {
+        for (const Setting& setting : each.settings) set(setting);
+        uniform_calls = 0;
+        const golden::Picture picture = drawn();
+        EXPECT_EQ(uniform_calls, each.calls);
+        if (!each.first.empty()) last = each.first;
+        EXPECT_EQ(std::vector<uint8_t>(picture.bgra.begin(), picture.bgra.begin() + 3), last);
+    }
+    uniform_calls = 0;
+    kel_apply_video_filter_chain_params(chain);
+    EXPECT_EQ(uniform_calls, 3);
+}
+
+}  // namespace
