@@ -98,7 +98,8 @@ const char* kel_get_audio_filter_name(const kel_audio_filter_class* cls) {
 
 int32_t kel_linint_audio_param(kel_audio_filter_port* port, int32_t channel, int32_t begin, int32_t end,
                                float from, float to) {
-    const double scale = port ? kel::parameter_scale(port->format.type) : 0.0;
+    if (!port) return kel::fail(EINVAL, -1);
+    const double scale = kel::parameter_scale(port->format.type);
     if (scale == 0.0 || !port->data || channel < 0 || channel >= port->format.channels) {
         return kel::fail(EINVAL, -1);
     }

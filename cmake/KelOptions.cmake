@@ -19,6 +19,7 @@ target_compile_options(kel_options INTERFACE
   -ffp-contract=off
   $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual>
   $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
+  $<$<CXX_COMPILER_ID:Clang>:-Wno-pass-failed>  # vectorisation is asked for, not promised
   $<$<CXX_COMPILER_ID:Clang>:-Wno-thread-safety-attributes>)  # the locks are plain pthread_mutex_t
 target_compile_definitions(kel_options INTERFACE _GNU_SOURCE EGL_NO_PLATFORM_SPECIFIC_TYPES)
 target_link_libraries(kel_options INTERFACE Threads::Threads)

@@ -21,7 +21,8 @@ struct plane {
     std::size_t offset;  // bytes from the start of the frame
     int stride;          // bytes from one row to the next
     std::size_t row_bytes(int width) const {
-        return static_cast<std::size_t>((width + shape.column_step - 1) / shape.column_step * shape.unit);
+        const int units = (width + shape.column_step - 1) / shape.column_step;
+        return static_cast<std::size_t>(units) * static_cast<std::size_t>(shape.unit);
     }
     int rows(int height) const { return (height + shape.row_step - 1) / shape.row_step; }
 };
