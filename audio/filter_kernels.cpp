@@ -167,7 +167,7 @@ void commit(const biquad_section& s, size_t first, size_t width, const int32_t* 
 template <size_t channels>
 void filter_channels(const biquad_coefficients& c, const biquad_section& s, size_t channel) {
     constexpr size_t block_frames = 256;
-    int32_t y[block_frames * channels];
+    int32_t y[block_frames * channels] = {};
     const size_t older = channel, newer = s.channels + channel;
     memory state = {load<channels>(s.x_history + newer), load<channels>(s.x_history + older),
                     load<channels>(s.y_history + newer), load<channels>(s.y_history + older)};
