@@ -28,6 +28,10 @@ struct outcome {
     int32_t added;
 };
 
+// A converter's buffers take four times the block, at up to four bytes a value, mono perhaps as stereo, and are counted
+// in 31 bits: of a slice beyond that, a part is offered.
+constexpr int32_t conversion_bytes_per_value = 4 * 4 * 2;
+
 int32_t room_of(const kel_audio_mixer_track& track) {
     return track.mixer->frames_per_buffer - track.mixed;
 }
@@ -204,8 +208,8 @@ int32_t kel_feed_audio_mixer_track(kel_audio_mixer_track* track, const kel_slice
     }
 
     const int32_t frame_bytes = kel_get_audio_sample_size(format);
-    const uint32_t most_frames =
-        static_cast<uint32_t>(INT32_MAX / frame_bytes);  // a conversion counts in 31 bits
+    const auto most_frames =
+        static_cast<uint32_t>(INT32_MAX / kel::conversion_bytes_per_value / format->channels);
     const kel::offer offered = {
         .samples = static_cast<const uint8_t*>(slice->spec.audio.samples_start) +
                    static_cast<size_t>(start) * static_cast<size_t>(frame_bytes),
