@@ -1065,7 +1065,7 @@ enum {
 
 /* How text looks; owned by the caller and only read during a call. */
 typedef struct kel_text_style {
-    const char* font_path; /* file in a format that FreeType reads; the path as written is the font's key */
+    const char* font_path; /* file in a format that FreeType reads; the path as written is the key, copied */
     uint32_t color;        /* 0xAARRGGBB */
     int32_t size;          /* points, at 160 dots per inch */
     int32_t halign;        /* KEL_TEXT_HALIGN_* */
@@ -1112,7 +1112,8 @@ KEL_API int kel_text_draw(const kel_slice* slice, const char* utf8, const kel_po
 /*
  * As kel_text_draw, but sized so that the text's ink fits into `box` (pixels) with its aspect ratio kept; the
  * style's size is not used. Where the box leaves room, the style's alignment places the text: horizontally when
- * the height limits, vertically when the width does. Text without ink draws nothing and gives 0.
+ * the height limits, vertically when the width does. Text without ink draws nothing and gives 0; `drawn` is then
+ * empty, at the box's corner.
  */
 KEL_API int kel_text_draw_in_bb(const kel_slice* slice, const char* utf8, const kel_rect* box,
                                 const kel_text_style* style, kel_rect* drawn);

@@ -76,6 +76,7 @@ packages_arm_sysroot=(
 
 # Peers that the benchmarks run beside.
 packages_bench=(
+    fonts-dejavu-core
     libavfilter-dev
     libavutil-dev
     libcairo2-dev
