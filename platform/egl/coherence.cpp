@@ -1,6 +1,6 @@
 #include "egl/coherence.hpp"
 
-#include <algorithm>
+#include <new>
 
 #include "egl/gl_state.hpp"
 #include "egl/transfer.hpp"

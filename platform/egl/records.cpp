@@ -31,8 +31,16 @@ registry<EGLSurface, surface_record>& surfaces() {
 }
 
 current_objects& current() {
-    thread_local current_objects objects;
-    return objects;
+    // Emptied at the thread's end but not destroyed: handlers that run at exit may still call EGL.
+    struct thread_objects {
+        union {
+            current_objects objects;
+        };
+        thread_objects() : objects{} {}
+        ~thread_objects() { objects = {}; }
+    };
+    thread_local thread_objects of_thread;
+    return of_thread.objects;
 }
 
 std::shared_ptr<image_record> find_image_of(GLuint texture) {
