@@ -1,18 +1,14 @@
 // A GLES 2 context over Screen, pixmaps to draw from and into, and the count of what is left.
 #pragma once
 
-#include <EGL/egl.h>
-#include <EGL/eglext.h>
-#include <GLES2/gl2.h>
-#include <GLES2/gl2ext.h>
-
 #include "screen_fixture.hpp"
 #include "support/gles.hpp"
 
+#include <GLES2/gl2ext.h>
+
 // A pixmap with its memory.
-struct Picture {
+struct Picture : kel_test::PixelRows {
     screen_pixmap_t pixmap;
-    kel_test::PixelRows rows;
 };
 
 class Egl : public Screen {
@@ -20,12 +16,12 @@ class Egl : public Screen {
     void SetUp() override;
     void TearDown() override;
 
-    Picture make_picture(int width, int height, int format = SCREEN_FORMAT_RGBA8888);
-    EGLSurface surface_of(const Picture& picture);  // current afterwards
-    GLuint texture_of(const Picture& picture);      // bound afterwards; its image is destroyed at once
-    EGLImageKHR image_of(const Picture& picture);
     EGLContext make_context(EGLContext share = EGL_NO_CONTEXT);
-    void make_nothing_current() { eglMakeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT); }
+    Picture make_picture(int width, int height, int format = SCREEN_FORMAT_RGBA8888);
+    EGLSurface surface_of(const Picture& picture, EGLContext with = EGL_NO_CONTEXT);  // current afterwards
+    EGLImageKHR image_of(const Picture& picture);
+    GLuint texture_of(const Picture& picture);  // bound afterwards; its image is destroyed at once
+    void make_nothing_current();
 
     EGLDisplay display = EGL_NO_DISPLAY;
     EGLConfig config = nullptr;
@@ -34,3 +30,16 @@ class Egl : public Screen {
     PFNEGLDESTROYIMAGEKHRPROC destroy_image;
     PFNGLEGLIMAGETARGETTEXTURE2DOESPROC image_target_texture;
 };
+
+template <typename Function>
+void load(Function& function, const char* name) {
+    function = reinterpret_cast<Function>(eglGetProcAddress(name));
+    ASSERT_TRUE(function) << name;
+}
+
+// The pixels after drawing the bound texture into the picture, which is current.
+inline kel_test::bytes drawn(const Picture& target) {
+    kel_test::draw_quad();
+    glFinish();
+    return pixels(target);
+}

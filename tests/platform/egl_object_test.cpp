@@ -157,13 +157,11 @@ TEST_F(Egl, ImagesHoldTheirMemoryAndTexturesTheirImages) {
     surface_of(target);
     const GLuint texture = texture_of(source);  // its image is gone already
     use_tint();
-    fill(source.rows, 72);
-    const std::vector<uint8_t> expected = pixels(source.rows);
+    fill(source, 72);
+    const bytes expected = pixels(source);
     EXPECT_EQ(screen_destroy_pixmap(source.pixmap), 0);
     const int held = live().frames;
-    draw_quad();
-    glFinish();
-    EXPECT_EQ(pixels(target.rows), expected);
+    EXPECT_EQ(drawn(target), expected);
     glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, 1, 1, 0, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
     EXPECT_EQ(live().frames, held - 1);
     glDeleteTextures(1, &texture);

@@ -54,9 +54,10 @@ GLuint use_program(const char* vertex_shader, const char* fragment_shader) {
     return program;
 }
 
-void use_tint(float red, float green, float blue, float alpha) {
+void use_tint(float red, float green, float blue, float alpha, int unit) {
     const GLuint program = use_program(quad_vertex_shader, tint_fragment_shader);
     glUniform4f(glGetUniformLocation(program, "k"), red, green, blue, alpha);
+    glUniform1i(glGetUniformLocation(program, "s"), unit);
 }
 
 void draw_quad() {
@@ -65,34 +66,31 @@ void draw_quad() {
 
 void fill(const PixelRows& rows, int seed) {
     for (int y = 0; y < rows.height; ++y) {
-        std::fill_n(rows.row(y), rows.stride, uint8_t{0xEE});
-        for (int i = 0; i < rows.width * rows.bytes; ++i)
-            rows.row(y)[i] = i % 4 == 3 ? 255 : static_cast<uint8_t>((seed + i * 5 + y * 28) & 0xFC);
+        std::fill_n(rows.at(0, y), rows.stride, uint8_t{0xEE});
+        for (int i = 0; i < rows.width * rows.bytes_per_pixel; ++i)
+            rows.at(0, y)[i] = i % 4 == 3 ? 255 : static_cast<uint8_t>((seed + i * 5 + y * 28) & 0xFC);
     }
 }
 
-std::vector<uint8_t> pixels(const PixelRows& rows) {
-    std::vector<uint8_t> all;
-    for (int y = 0; y < rows.height; ++y)
-        all.insert(all.end(), rows.row(y), rows.row(y) + rows.width * rows.bytes);
+bytes pixels(const PixelRows& rows) {
+    bytes all;
+    for (int y = 0; y < rows.height; ++y) all.insert(all.end(), rows.at(0, y), rows.at(rows.width, y));
     return all;
 }
 
-std::vector<uint8_t> tinted(std::vector<uint8_t> pixels) {
-    for (std::size_t i = 0; i < pixels.size(); i += 4) {
-        pixels[i] = static_cast<uint8_t>(pixels[i] / 4);
-        pixels[i + 1] = static_cast<uint8_t>(pixels[i + 1] / 2);
+bytes tinted(const PixelRows& rows) {
+    bytes all = pixels(rows);
+    for (std::size_t i = 0; i < all.size(); i += 4) {
+        all[i] = static_cast<uint8_t>(all[i] / 4);
+        all[i + 1] = static_cast<uint8_t>(all[i + 1] / 2);
     }
-    return pixels;
+    return all;
 }
 
 bool padding_is_untouched(const PixelRows& rows) {
-    for (int y = 0; y < rows.height; ++y) {
-        const uint8_t* end = rows.row(y) + rows.stride;
-        if (!std::all_of<const uint8_t*>(rows.row(y) + rows.width * rows.bytes, end,
-                                         [](uint8_t b) { return b == 0xEE; }))
-            return false;
-    }
+    for (int y = 0; y < rows.height; ++y)
+        for (const uint8_t* byte = rows.at(rows.width, y); byte != rows.at(0, y) + rows.stride; ++byte)
+            if (*byte != 0xEE) return false;
     return true;
 }
 

@@ -238,9 +238,9 @@ TEST_F(Gles, WindowSurfacesFillTheBuffersOfTheirPoolInTurn) {
         glClearColor(static_cast<GLfloat>(frame) / 255, 0, 0, 1);
         glClear(GL_COLOR_BUFFER_BIT);
         EXPECT_TRUE(eglSwapBuffers(display, surface));
-        const std::vector<uint8_t> seen = pixels(rows_of(&windows->buffers[frame % 3]));
-        EXPECT_EQ(std::vector<uint8_t>(seen.end() - 4, seen.end()),
-                  (std::vector<uint8_t>{0, 0, static_cast<uint8_t>(frame), 255}));
+        const bytes seen = pixels(rows_of(&windows->buffers[frame % 3]));
+        EXPECT_EQ(bytes(seen.end() - 4, seen.end()),
+                  (bytes{0, 0, static_cast<uint8_t>(frame), 255}));
     }
     EXPECT_TRUE(eglMakeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT));
     EXPECT_TRUE(kel_gles_make_current(context, surface));

@@ -36,7 +36,7 @@ class Texture : public Gles {
         Gles::TearDown();
     }
     // What the target's memory has after drawing the bound texture, or what is expected there.
-    std::vector<uint8_t> drawn() {
+    bytes drawn() {
         draw_quad();
         glFinish();
         return pixels(rows_of(target));
@@ -70,7 +70,7 @@ TEST_F(Texture, ShowsThePresentMemoryOfItsBuffer) {
     use_tint(1, .5f, .25f);
     for (int seed : {4, 88}) {
         fill(rows_of(first), seed);
-        EXPECT_EQ(drawn(), tinted(pixels(rows_of(first))));
+        EXPECT_EQ(drawn(), tinted(rows_of(first)));
     }
 
     const GLuint name = texture->texture;
@@ -85,10 +85,10 @@ TEST_F(Texture, ShowsThePresentMemoryOfItsBuffer) {
     EXPECT_EQ(first->refcount, 1);
     EXPECT_EQ(second->refcount, 2);
     EXPECT_EQ(texture->texture, name);
-    EXPECT_EQ(drawn(), tinted(pixels(rows_of(second))));
+    EXPECT_EQ(drawn(), tinted(rows_of(second)));
 
     kel_release_buffer(second);  // the texture keeps it
-    EXPECT_EQ(drawn(), tinted(pixels(rows_of(second))));
+    EXPECT_EQ(drawn(), tinted(rows_of(second)));
     kel_gles_destroy_texture(&texture);
     EXPECT_EQ(texture, nullptr);
     EXPECT_FALSE(glIsTexture(name));
@@ -221,7 +221,7 @@ TEST(GlesThreads, ContextsOnSeveralThreadsAreIndependent) {
             draw_quad();
             EXPECT_TRUE(eglWaitClient());
             EXPECT_TRUE(eglDestroySurface(display, surface));
-            EXPECT_EQ(pixels(rows_of(target)), tinted(pixels(rows_of(source)))) << thread << ' ' << round;
+            EXPECT_EQ(pixels(rows_of(target)), tinted(rows_of(source))) << thread << ' ' << round;
             kel_release_buffer(source);
         }
         kel_gles_destroy_texture(&texture);
