@@ -1,6 +1,7 @@
 // EGL objects over Screen's: what is offered, what is refused and how, and that nothing outlives its last holder.
 #include <algorithm>
 #include <cstdlib>
+#include <functional>
 #include <new>
 #include <numeric>
 #include <string>
@@ -19,96 +20,92 @@ TEST(EglVendor, HasADisplayWhereItHasADriver) {
 }
 
 TEST_F(Egl, ConfigurationsServePixmapsAndWindows) {
-    EGLint all = 0, pixmaps = 0, windows = 0, none = 0, value = 0;
-    const EGLint of_pixmaps[] = {EGL_SURFACE_TYPE, EGL_PIXMAP_BIT, EGL_NONE};
-    const EGLint of_windows[] = {EGL_RED_SIZE, 1, EGL_NONE};  // windows are the default
-    const EGLint impossible[] = {EGL_SURFACE_TYPE, EGL_PIXMAP_BIT, EGL_RED_SIZE, 99, EGL_NONE};
-    EXPECT_TRUE(eglGetConfigs(display, nullptr, 0, &all));
-    EXPECT_TRUE(eglChooseConfig(display, of_pixmaps, nullptr, 0, &pixmaps));
-    EXPECT_TRUE(eglChooseConfig(display, of_windows, nullptr, 0, &windows));
-    EXPECT_TRUE(eglChooseConfig(display, impossible, nullptr, 0, &none));
-    EXPECT_GT(pixmaps, 0);
-    EXPECT_LE(pixmaps, all);
-    EXPECT_EQ(windows, pixmaps);
-    EXPECT_EQ(none, 0);
-    EXPECT_TRUE(eglGetConfigAttrib(display, config, EGL_SURFACE_TYPE, &value));
-    EXPECT_EQ(value & (EGL_PIXMAP_BIT | EGL_WINDOW_BIT | EGL_PBUFFER_BIT),
-              EGL_PIXMAP_BIT | EGL_WINDOW_BIT | EGL_PBUFFER_BIT);
-    EXPECT_FALSE(eglGetConfigAttrib(display, config, 0x12345, &value));
-    EXPECT_EQ(eglGetError(), EGL_BAD_ATTRIBUTE);
+    const auto count = [&](const std::vector<EGLint>& attributes) {
+        EGLint matches = -1;
+        EXPECT_TRUE(eglChooseConfig(display, attributes.data(), nullptr, 0, &matches));
+        return matches;
+    };
+    EXPECT_GT(count({EGL_SURFACE_TYPE, EGL_PIXMAP_BIT, EGL_NONE}), 0);
+    EXPECT_EQ(count({EGL_NONE}), count({EGL_SURFACE_TYPE, EGL_WINDOW_BIT, EGL_NONE}));  // the default
+    EXPECT_EQ(count({EGL_SURFACE_TYPE, EGL_PIXMAP_BIT, EGL_RED_SIZE, 99, EGL_NONE}), 0);
+    EGLint types = 0;
+    EXPECT_TRUE(eglGetConfigAttrib(display, config, EGL_SURFACE_TYPE, &types));
+    EXPECT_EQ(~types & (EGL_PIXMAP_BIT | EGL_WINDOW_BIT | EGL_PBUFFER_BIT), 0);
 
     const char* text = eglQueryString(display, EGL_EXTENSIONS);
     EXPECT_EQ(eglQueryString(display, EGL_EXTENSIONS), text);  // the same text for good
     const std::string words = " " + std::string(text) + " ";
-    for (const char* name : {" EGL_KHR_image ", " EGL_KHR_image_base ", " EGL_KHR_image_pixmap ",
-                             " EGL_KHR_gl_texture_2D_image "}) {
-        EXPECT_NE(words.find(name), std::string::npos) << name;
-        EXPECT_EQ(words.find(name), words.rfind(name)) << name;
-    }
+    for (const char* name : {" EGL_KHR_image ", " EGL_KHR_image_base ", " EGL_KHR_image_pixmap "})
+        EXPECT_TRUE(words.find(name) != std::string::npos && words.find(name) == words.rfind(name)) << name;
 }
 
 TEST_F(Egl, RefusalsSayWhy) {
     const Picture picture = make_picture(4, 4);
-    const screen_pixmap_t planar = make_pixmap(SCREEN_FORMAT_NV12, 4, 4),
-                          packed = make_pixmap(SCREEN_FORMAT_YUY2, 4, 4);
+    const screen_pixmap_t planar = make_pixmap(SCREEN_FORMAT_NV12, 4, 4);
+    const screen_pixmap_t packed = make_pixmap(SCREEN_FORMAT_YUY2, 4, 4);
+    const screen_pixmap_t narrow = make_pixmap(SCREEN_FORMAT_RGB565, 4, 4);
     const screen_pixmap_t gone = make_pixmap(SCREEN_FORMAT_RGBA8888, 4, 4);
-    EXPECT_EQ(screen_destroy_pixmap(gone), 0);
     screen_pixmap_t bare;
     screen_window_t empty;
+    EXPECT_EQ(screen_destroy_pixmap(gone), 0);
     EXPECT_EQ(screen_create_pixmap(&bare, context), 0);
     EXPECT_EQ(screen_create_window_type(&empty, context, SCREEN_CHILD_WINDOW), 0);
-    const EGLint narrow_colours[] = {EGL_RED_SIZE,   5,       EGL_BUFFER_SIZE, 16, EGL_SURFACE_TYPE,
-                                     EGL_PIXMAP_BIT, EGL_NONE};
-    EGLConfig narrow;
-    EGLint count;
-    EXPECT_TRUE(eglChooseConfig(display, narrow_colours, &narrow, 1, &count));
-    EGLint buffer_size = 0;
-    eglGetConfigAttrib(display, narrow, EGL_BUFFER_SIZE, &buffer_size);
 
-    const auto pixmap_surface = [&](EGLDisplay d, EGLConfig c, void* pixmap) {
-        return eglCreatePixmapSurface(d, c, pixmap, nullptr) == EGL_NO_SURFACE ? eglGetError() : 0;
+    const struct {
+        EGLDisplay display;
+        EGLConfig config;
+        void* pixmap;
+        EGLint error;
+    } surfaces[] = {
+        {display, config, gone, EGL_BAD_NATIVE_PIXMAP},
+        {display, config, nullptr, EGL_BAD_NATIVE_PIXMAP},
+        {display, config, bare, EGL_BAD_NATIVE_PIXMAP},
+        {display, config, this, EGL_BAD_NATIVE_PIXMAP},
+        {display, config, planar, EGL_BAD_MATCH},
+        {display, config, narrow, EGL_BAD_MATCH},
+        {display, nullptr, picture.pixmap, EGL_BAD_CONFIG},
+        {nullptr, config, picture.pixmap, EGL_BAD_DISPLAY},
     };
-    EXPECT_EQ(pixmap_surface(display, config, gone), EGL_BAD_NATIVE_PIXMAP);
-    EXPECT_EQ(pixmap_surface(display, config, nullptr), EGL_BAD_NATIVE_PIXMAP);
-    EXPECT_EQ(pixmap_surface(display, config, bare), EGL_BAD_NATIVE_PIXMAP);
-    EXPECT_EQ(pixmap_surface(display, config, this), EGL_BAD_NATIVE_PIXMAP);
-    EXPECT_EQ(pixmap_surface(display, config, planar), EGL_BAD_MATCH);
-    EXPECT_EQ(pixmap_surface(display, config, make_pixmap(SCREEN_FORMAT_RGB565, 4, 4)), EGL_BAD_MATCH);
-    EXPECT_EQ(pixmap_surface(display, nullptr, picture.pixmap), EGL_BAD_CONFIG);
-    EXPECT_EQ(pixmap_surface(EGL_NO_DISPLAY, config, picture.pixmap), EGL_BAD_DISPLAY);
-    if (buffer_size == 16) {
-        EXPECT_EQ(pixmap_surface(display, narrow, picture.pixmap), EGL_BAD_MATCH);
+    for (const auto& row : surfaces) {
+        EXPECT_EQ(eglCreatePixmapSurface(row.display, row.config, row.pixmap, nullptr), EGL_NO_SURFACE);
+        EXPECT_EQ(eglGetError(), row.error) << &row - surfaces;
     }
     EXPECT_EQ(eglCreateWindowSurface(display, config, empty, nullptr), EGL_NO_SURFACE);
     EXPECT_EQ(eglGetError(), EGL_BAD_NATIVE_WINDOW);
 
     const EGLint preserved[] = {EGL_IMAGE_PRESERVED_KHR, EGL_TRUE, EGL_NONE},
                  unknown[] = {0x777, 1, EGL_NONE};
-    const auto image = [&](EGLContext ctx, EGLenum target, void* pixmap, const EGLint* attributes) {
-        EGLImageKHR made = create_image(display, ctx, target, pixmap, attributes);
-        const EGLint error = eglGetError();
-        EXPECT_EQ(made == EGL_NO_IMAGE_KHR, error != EGL_SUCCESS);
-        EXPECT_TRUE(!made || destroy_image(display, made));
-        return error;
+    const struct {
+        EGLContext context;
+        EGLenum target;
+        void* pixmap;
+        const EGLint* attributes;
+        EGLint error;
+    } images[] = {
+        {nullptr, EGL_NATIVE_PIXMAP_KHR, picture.pixmap, preserved, EGL_SUCCESS},
+        {gles, EGL_NATIVE_PIXMAP_KHR, picture.pixmap, nullptr, EGL_BAD_PARAMETER},
+        {nullptr, EGL_NATIVE_PIXMAP_KHR, picture.pixmap, unknown, EGL_BAD_PARAMETER},
+        {nullptr, 0x999, picture.pixmap, nullptr, EGL_BAD_PARAMETER},  // the driver's answer
+        {nullptr, EGL_NATIVE_PIXMAP_KHR, planar, nullptr, EGL_BAD_PARAMETER},
+        {nullptr, EGL_NATIVE_PIXMAP_KHR, packed, nullptr, EGL_BAD_PARAMETER},
+        {nullptr, EGL_NATIVE_PIXMAP_KHR, gone, nullptr, EGL_BAD_PARAMETER},
+        {nullptr, EGL_NATIVE_PIXMAP_KHR, nullptr, nullptr, EGL_BAD_PARAMETER},
     };
-    EXPECT_EQ(image(EGL_NO_CONTEXT, EGL_NATIVE_PIXMAP_KHR, picture.pixmap, preserved), EGL_SUCCESS);
-    EXPECT_EQ(image(gles, EGL_NATIVE_PIXMAP_KHR, picture.pixmap, nullptr), EGL_BAD_PARAMETER);
-    for (void* pixmap : {static_cast<void*>(planar), static_cast<void*>(packed), static_cast<void*>(gone),
-                         static_cast<void*>(bare), static_cast<void*>(nullptr)})
-        EXPECT_EQ(image(EGL_NO_CONTEXT, EGL_NATIVE_PIXMAP_KHR, pixmap, nullptr), EGL_BAD_PARAMETER);
-    EXPECT_EQ(image(EGL_NO_CONTEXT, EGL_NATIVE_PIXMAP_KHR, picture.pixmap, unknown), EGL_BAD_PARAMETER);
-    EXPECT_EQ(image(EGL_NO_CONTEXT, 0x999, picture.pixmap, nullptr),
-              EGL_BAD_PARAMETER);  // the driver's answer
+    for (const auto& row : images) {
+        const EGLImageKHR made = create_image(display, row.context, row.target, row.pixmap, row.attributes);
+        EXPECT_EQ(eglGetError(), row.error) << &row - images;
+        EXPECT_EQ(made != EGL_NO_IMAGE_KHR, row.error == EGL_SUCCESS);
+        EXPECT_TRUE(!made || destroy_image(display, made));
+    }
 
-    const EGLImageKHR made = image_of(picture);
-    EXPECT_TRUE(destroy_image(display, made));
-    EXPECT_FALSE(destroy_image(display, made));
-    EXPECT_EQ(eglGetError(), EGL_BAD_PARAMETER);
     surface_of(picture);
     texture_of(picture);
-    image_target_texture(GL_TEXTURE_2D, made);  // ended: the texture stays what it is
+    const EGLImageKHR ended = image_of(picture), other = image_of(picture);
+    EXPECT_TRUE(destroy_image(display, ended));
+    EXPECT_FALSE(destroy_image(display, ended));
+    EXPECT_EQ(eglGetError(), EGL_BAD_PARAMETER);
+    image_target_texture(GL_TEXTURE_2D, ended);
     EXPECT_EQ(glGetError(), GLenum{GL_INVALID_VALUE});
-    const EGLImageKHR other = image_of(picture);
     image_target_texture(GL_TEXTURE_CUBE_MAP, other);
     EXPECT_NE(glGetError(), GLenum{GL_NO_ERROR});
     EXPECT_TRUE(destroy_image(display, other));
@@ -116,46 +113,37 @@ TEST_F(Egl, RefusalsSayWhy) {
 
 // Objects end in each of the 120 orders, some while they are current or bound; drawing in between stays safe.
 TEST_F(Egl, NothingIsLeftWhateverEndsFirst) {
-    std::vector<int> order(5);
-    std::iota(order.begin(), order.end(), 0);
+    int order[] = {0, 1, 2, 3, 4};
     const screen_live_counts_t before = live();
     do {
         const Picture source = make_picture(4, 4), target = make_picture(4, 4);
         const EGLContext own = make_context();
-        const EGLSurface surface = eglCreatePixmapSurface(display, config, target.pixmap, nullptr);
-        EXPECT_TRUE(eglMakeCurrent(display, surface, surface, own));
+        const EGLSurface surface = surface_of(target, own);
         const GLuint texture = texture_of(source);
         const EGLImageKHR image = image_of(source);
         image_target_texture(GL_TEXTURE_2D, image);
-        for (int step : order) {
-            if (eglGetCurrentContext() == own) glClear(GL_COLOR_BUFFER_BIT);
-            switch (step) {
-                case 0:
-                    EXPECT_TRUE(destroy_image(display, image));
-                    break;
-                case 1:
-                    glDeleteTextures(1, &texture);
-                    break;
-                case 2:
-                    EXPECT_TRUE(eglDestroySurface(display, surface));
-                    break;
-                case 3:
-                    EXPECT_EQ(screen_destroy_pixmap(source.pixmap) | screen_destroy_pixmap(target.pixmap), 0);
-                    break;
-                case 4:
-                    EXPECT_TRUE(eglDestroyContext(display, own));
-                    break;
-            }
+        const std::function<bool()> ends[] = {
+            [&] { return destroy_image(display, image) != 0; },
+            [&] { return glDeleteTextures(1, &texture), true; },
+            [&] { return eglDestroySurface(display, surface) != 0; },
+            [&] {
+                return screen_destroy_pixmap(source.pixmap) == 0 && screen_destroy_pixmap(target.pixmap) == 0;
+            },
+            [&] { return eglDestroyContext(display, own) != 0; },
+        };
+        for (int i : order) {
+            glClear(GL_COLOR_BUFFER_BIT);
+            EXPECT_TRUE(ends[i]()) << i;
         }
         make_nothing_current();
         ASSERT_TRUE(live() == before) << ::testing::PrintToString(order);
-    } while (std::next_permutation(order.begin(), order.end()));
+    } while (std::next_permutation(std::begin(order), std::end(order)));
 }
 
 TEST_F(Egl, ImagesHoldTheirMemoryAndTexturesTheirImages) {
     const Picture source = make_picture(5, 5), target = make_picture(5, 5);
     surface_of(target);
-    const GLuint texture = texture_of(source);  // its image is gone already
+    texture_of(source);  // its image is gone already
     use_tint();
     fill(source, 72);
     const bytes expected = pixels(source);
@@ -164,7 +152,6 @@ TEST_F(Egl, ImagesHoldTheirMemoryAndTexturesTheirImages) {
     EXPECT_EQ(drawn(target), expected);
     glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, 1, 1, 0, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
     EXPECT_EQ(live().frames, held - 1);
-    glDeleteTextures(1, &texture);
 }
 
 TEST_F(Egl, TerminationEndsWhatIsLeft) {
@@ -191,39 +178,33 @@ void* failing_new(std::size_t size) {
 TEST_F(Egl, RunningOutOfMemoryIsAnErrorAndLeavesNothing) {
     const Picture picture = make_picture(4, 4);
     const screen_window_t window = make_window(4, 4, 1);
-    surface_of(picture);
     const EGLint attributes[] = {EGL_CONTEXT_CLIENT_VERSION, 2, EGL_NONE};
+    EGLint count;
     const std::function<bool()> attempts[] = {
         [&] {
             EGLSurface made = eglCreateWindowSurface(display, config, window, nullptr);
             return made && eglDestroySurface(display, made);
         },
         [&] {
-            EGLContext made = eglCreateContext(display, config, EGL_NO_CONTEXT, attributes);
+            EGLContext made = eglCreateContext(display, config, nullptr, attributes);
             return made && eglDestroyContext(display, made);
         },
         [&] {
-            EGLImageKHR made =
-                create_image(display, EGL_NO_CONTEXT, EGL_NATIVE_PIXMAP_KHR, picture.pixmap, nullptr);
+            EGLImageKHR made = create_image(display, nullptr, EGL_NATIVE_PIXMAP_KHR, picture.pixmap, nullptr);
             return made && destroy_image(display, made);
         },
-        [&] {
-            EGLint count;
-            return eglChooseConfig(display, nullptr, nullptr, 0, &count) != EGL_FALSE;
-        },
+        [&] { return eglChooseConfig(display, attributes + 2, nullptr, 0, &count) != 0; },
     };
-    const ImportHook failing = hook(failing_new, "_Znwm", "libEGL_screen.so");
-    const ImportHook failing_on_32_bits = hook(failing_new, "_Znwj", "libEGL_screen.so");
-    ASSERT_TRUE(failing.bound() || failing_on_32_bits.bound());
+    const ImportHook hooks[] = {hook(failing_new, "_Znwm", "libEGL_screen.so"),
+                                hook(failing_new, "_Znwj", "libEGL_screen.so")};  // its name on 32 bits
+    ASSERT_TRUE(hooks[0].bound() || hooks[1].bound());
     const int frames = live().frames;
     for (const auto& attempt : attempts) {
         int failures = 0;
-        for (int until = 0;; ++until, ++failures) {
-            allocations_until_failure = until;
-            if (attempt()) break;
+        while (allocations_until_failure = failures, !attempt()) {
             EXPECT_EQ(eglGetError(), EGL_BAD_ALLOC);
             EXPECT_EQ(live().frames, frames);
-            ASSERT_LT(failures, 50);
+            ASSERT_LT(++failures, 50);
         }
         EXPECT_GT(failures, 0);
     }
