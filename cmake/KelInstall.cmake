@@ -15,6 +15,8 @@ endif()
 set_target_properties(${kel_installed} PROPERTIES INSTALL_RPATH "$ORIGIN")
 install(TARGETS ${kel_installed} EXPORT kelTargets)
 
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/share/kel DESTINATION ${CMAKE_INSTALL_DATADIR}) # shader texts, filters
+
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/kel)
 install(EXPORT kelTargets NAMESPACE kel:: DESTINATION ${package_folder})
 file(WRITE ${CMAKE_BINARY_DIR}/kelConfig.cmake "include(\${CMAKE_CURRENT_LIST_DIR}/kelTargets.cmake)\n")

@@ -16,6 +16,7 @@ packages_build=(
     libgles-dev
     libglvnd-core-dev
     libpixman-1-dev
+    libswresample-dev
     libswscale-dev
     ninja-build
     pkg-config
@@ -34,7 +35,6 @@ packages_test=(
     libegl-mesa0
     libgl1-mesa-dri
     libpng-dev
-    mate-backgrounds
     mate-backgrounds
     python3
 )

@@ -1,7 +1,9 @@
 # The stages that ./check, ./demo and ./bench are made of. Sourced, with the project's root as current folder.
 # shellcheck shell=bash
 
+# Another clone of the same sources finds the objects again.
 if command -v ccache >/dev/null; then
+    export CCACHE_BASEDIR=${CCACHE_BASEDIR-$PWD} CCACHE_NOHASHDIR=${CCACHE_NOHASHDIR-1}
     export CMAKE_C_COMPILER_LAUNCHER=${CMAKE_C_COMPILER_LAUNCHER-ccache}
     export CMAKE_CXX_COMPILER_LAUNCHER=${CMAKE_CXX_COMPILER_LAUNCHER-ccache}
 fi
