@@ -2,9 +2,11 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cmath>
 #include <cstring>
 #include <new>
+#include <thread>
 
 #include "mmf/file_filters.hpp"
 #include "mmf/pcm_stream.hpp"
@@ -22,7 +24,7 @@ constexpr uint32_t own_stride_flag = 8;
 
 // One output and the stream behind it.
 struct source_channel {
-    std::mutex mutex;  // guards everything below
+    std::mutex mutex;  // guards the streams and the flags
     std::unique_ptr<pcm_stream> audio;
     std::unique_ptr<picture_stream> video;
     const kel_allocator_interface* allocator = nullptr;
@@ -36,17 +38,23 @@ struct source_state {
     char* path = nullptr;  // resource fields: what the framework reads
     char* error = nullptr;
     int32_t audio_bits = 16;
+    int32_t threads = 0;
     int64_t* duration_address = &duration;
     int64_t duration = 0;
     std::string path_text, error_text;
     std::mutex mutex;  // guards the texts
     std::atomic<int> status{MM_STATUS_STOPPED};
     std::vector<std::unique_ptr<source_channel>> channels;
-    mmf_event_poster poster = nullptr;
-    mmf_resource resources[5] = {};
+    std::atomic<mmf_event_poster> poster{nullptr};
+    mmf_resource resources[6] = {};
 };
 
 constexpr mmf_integer_range bit_depths = {8, 32, 8};
+constexpr mmf_integer_range thread_counts = {0, 64, 1};
+
+// How often a channel that waits for a free buffer looks whether it was stopped.
+constexpr auto waiting_step = std::chrono::milliseconds(1);
+constexpr int steps_per_warning = 10000;
 
 source_state& state_of(const kel_filter* filter) {
     return *static_cast<source_state*>(filter->state);
@@ -65,7 +73,7 @@ void report(kel_filter* filter, const std::string& text) {
         state.error = state.error_text.data();
     }
     AoLog(3, "file_source: %s", text.c_str());
-    if (state.poster) state.poster(filter, MM_EV_ERR, text.c_str());
+    if (mmf_event_poster poster = state.poster) poster(filter, MM_EV_ERR, text.c_str());
 }
 
 kel_filter* create() {
@@ -80,6 +88,8 @@ kel_filter* create() {
     const mmf_resource resources[] = {
         {"Path", "The file to read", &state->path, nullptr, writable | MM_RESOURCE_STRING},
         {"AudioBitDepth", "Bits of an audio value: 8, 16 or 32", &state->audio_bits, &bit_depths,
+         writable | MM_RESOURCE_INTEGER},
+        {"Threads", "Threads of each decoder; 0: one per processor", &state->threads, &thread_counts,
          writable | MM_RESOURCE_INTEGER},
         {"Duration", "Pointer to the duration in microseconds", &state->duration_address, nullptr,
          readable | MM_RESOURCE_POINTER},
@@ -126,13 +136,15 @@ int open_file(kel_filter* filter) {
     if (filter->outputs) return EBUSY;
     std::string error;
     std::vector<std::unique_ptr<source_channel>> channels;
-    if (auto decoder = stream_decoder::open(state.path_text, stream_decoder::kind::audio, error)) {
+    if (auto decoder =
+            stream_decoder::open(state.path_text, stream_decoder::kind::audio, state.threads, error)) {
         state.duration = decoder->duration();
         auto channel = std::make_unique<source_channel>();
         channel->audio = pcm_stream::open(std::move(decoder), state.audio_bits, most_channels, error);
         if (channel->audio) channels.push_back(std::move(channel));
     }
-    if (auto decoder = stream_decoder::open(state.path_text, stream_decoder::kind::video, error)) {
+    if (auto decoder =
+            stream_decoder::open(state.path_text, stream_decoder::kind::video, state.threads, error)) {
         state.duration = std::max(state.duration, decoder->duration());
         auto channel = std::make_unique<source_channel>();
         channel->video = picture_stream::open(std::move(decoder), error);
@@ -175,13 +187,20 @@ int set_resource(kel_filter* filter, const char* name, const void* value) {
         if (filter->outputs) return resource_not_writable;
         state.path_text = static_cast<const char*>(value);
         state.path = state.path_text.data();
-        return open_file(filter);
+        return no_throw(ENOMEM, [&] { return open_file(filter); });
     }
     if (std::strcmp(name, "AudioBitDepth") == 0) {
         const int bits = value ? *static_cast<const int32_t*>(value) : 0;
         if (bits != 8 && bits != 16 && bits != 32) return EINVAL;
         if (filter->outputs) return resource_not_writable;
         state.audio_bits = bits;
+        return 0;
+    }
+    if (std::strcmp(name, "Threads") == 0) {
+        if (!value) return EINVAL;
+        if (filter->outputs) return resource_not_writable;
+        const auto& range = thread_counts;
+        state.threads = std::clamp(*static_cast<const int32_t*>(value), range.minimum, range.maximum);
         return 0;
     }
     const bool known = std::strcmp(name, "Duration") == 0 || std::strcmp(name, "Error") == 0;
@@ -277,36 +296,65 @@ void end_channel(kel_filter* filter, source_channel& own) {
     state_of(filter).status = MM_STATUS_END_OF_STREAM;
 }
 
-int next_buffer(kel_channel* channel, mmf_mra** out) {
-    if (!channel || !out) return MM_STATUS_ERROR;
-    source_channel& own = channel_of(channel);
-    std::lock_guard lock(own.mutex);
+// A free buffer, waited for until the filter is stopped: then null.
+kel_mmf_buffer* wait_for_buffer(const kel_filter* filter, const source_channel& own) {
+    for (int step = 1; state_of(filter).status != MM_STATUS_STOPPED; ++step) {
+        kel_mmf_buffer* record = nullptr;
+        if (own.allocator->acquire_buffer(own.pool, &record, 1) == 0) return record;
+        if (step % steps_per_warning == 0) AoLog(3, "file_source: no free buffer for 10 seconds");
+        std::this_thread::sleep_for(waiting_step);
+    }
+    return nullptr;
+}
+
+// Whether the channel has more to give. The caller holds its lock.
+int outlook(const kel_channel* channel) {
     if (state_of(channel->filter).status == MM_STATUS_STOPPED) return MM_STATUS_FLUSHED;
-    if (own.ended) return MM_STATUS_END_OF_STREAM;
-    if (!own.mra_pool || MmfAcquireMra(own.mra_pool, out, 1) != 0) {
-        report(channel->filter, "every container of the channel is out");
-        return MM_STATUS_ERROR;
-    }
-    mmf_mra* mra = *out;
-    *out = nullptr;
-    kel_mmf_buffer* record = nullptr;
-    if (own.allocator->acquire_buffer(own.pool, &record, 0) != 0) {
-        MmfReleaseMra(mra);
-        report(channel->filter, "no buffer can be had");
-        return MM_STATUS_ERROR;
-    }
+    return channel_of(channel).ended ? MM_STATUS_END_OF_STREAM : MM_STATUS_PLAYING;
+}
+
+// Fills the container with the next buffer. The caller holds the channel's lock.
+int deliver(kel_channel* channel, mmf_mra* mra, kel_mmf_buffer* record) {
+    source_channel& own = channel_of(channel);
+    if (const int status = outlook(channel); status != MM_STATUS_PLAYING) return status;
     int64_t pts = 0;
     const uint32_t bytes = fill(own, channel->format, *record, pts);
-    int index = 0;
-    if (bytes > 0) describe(mra, index, own, channel->format, pts);
-    if (bytes == 0 || MmfSetMraBufferElement(mra, index, record, record->data, bytes) != 0) {
-        own.allocator->release_buffer(record);
-        MmfReleaseMra(mra);
+    if (bytes == 0) {
         end_channel(channel->filter, own);
         return MM_STATUS_END_OF_STREAM;
     }
-    *out = mra;
-    return MM_STATUS_PLAYING;
+    int index = 0;
+    describe(mra, index, own, channel->format, pts);
+    if (MmfSetMraBufferElement(mra, index, record, record->data, bytes) == 0) return MM_STATUS_PLAYING;
+    report(channel->filter, "a container does not take its buffer");
+    return MM_STATUS_ERROR;
+}
+
+int next_buffer(kel_channel* channel, mmf_mra** out) {
+    if (!channel || !out) return MM_STATUS_ERROR;
+    source_channel& own = channel_of(channel);
+    {
+        std::lock_guard lock(own.mutex);
+        if (const int status = outlook(channel); status != MM_STATUS_PLAYING) return status;
+    }
+    mmf_mra* mra = nullptr;
+    if (!own.mra_pool || MmfAcquireMra(own.mra_pool, &mra, 1) != 0) {
+        report(channel->filter, "every container of the channel is out");
+        return MM_STATUS_ERROR;
+    }
+    kel_mmf_buffer* record = wait_for_buffer(channel->filter, own);
+    int result = MM_STATUS_FLUSHED;
+    if (record) {
+        std::lock_guard lock(own.mutex);
+        result = no_throw(static_cast<int>(MM_STATUS_ERROR), [&] { return deliver(channel, mra, record); });
+    }
+    if (result == MM_STATUS_PLAYING) {
+        *out = mra;
+    } else {
+        if (record) own.allocator->release_buffer(record);
+        MmfReleaseMra(mra);
+    }
+    return result;
 }
 
 int set_status(kel_filter* filter, int status) {

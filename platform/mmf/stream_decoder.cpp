@@ -33,7 +33,7 @@ stream_decoder::~stream_decoder() {
     avformat_close_input(&format_);
 }
 
-std::unique_ptr<stream_decoder> stream_decoder::open(const std::string& path, kind wanted,
+std::unique_ptr<stream_decoder> stream_decoder::open(const std::string& path, kind wanted, int threads,
                                                      std::string& error) {
     std::unique_ptr<stream_decoder> decoder(new stream_decoder);
     if (!decoder->packet_ || !decoder->frame_) {
@@ -60,7 +60,7 @@ std::unique_ptr<stream_decoder> stream_decoder::open(const std::string& path, ki
     }
     status = avcodec_parameters_to_context(decoder->codec_, decoder->stream_->codecpar);
     decoder->codec_->pkt_timebase = decoder->stream_->time_base;
-    decoder->codec_->thread_count = 0;
+    decoder->codec_->thread_count = threads;
     if (status >= 0) status = avcodec_open2(decoder->codec_, codec, nullptr);
     if (status < 0) {
         error = error_text(status);

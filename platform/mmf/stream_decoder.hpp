@@ -22,9 +22,10 @@ class stream_decoder {
     enum class kind { audio, video };
     enum class result { frame, end };
 
-    // Opens the file and its best stream of the kind. Null when it has none that can be decoded; `error` says why when
+    // Opens the file and its best stream of the kind, to be decoded by that many threads (0: one per processor). Null when it has none that can be decoded; `error` says why when
     // the file itself cannot be read.
-    static std::unique_ptr<stream_decoder> open(const std::string& path, kind wanted, std::string& error);
+    static std::unique_ptr<stream_decoder> open(const std::string& path, kind wanted, int threads,
+                                                std::string& error);
     ~stream_decoder();
     stream_decoder(const stream_decoder&) = delete;
     stream_decoder& operator=(const stream_decoder&) = delete;
