@@ -22,6 +22,7 @@ stream_encoder::~stream_encoder() {
 bool stream_encoder::open(const encoder_settings& settings, std::string& error) {
     if (file_.wants_global_headers()) context_->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     context_->thread_count = settings.threads;
+    context_->log_level_offset = AV_LOG_ERROR;  // only errors are worth a line on the terminal
     AVDictionary* options = nullptr;
     int status = av_dict_parse_string(&options, settings.options.c_str(), "=", ":", 0);
     if (status >= 0) status = avcodec_open2(context_, codec_, &options);

@@ -17,8 +17,8 @@ class Reader : public MediaTest {
     Reader() { MmSetResource(reader, "KelContext", context); }
     ~Reader() override {
         if (source) kel_destroy_buffer_pool(&source);
+        kel_allocator.free_memory_pool(pool);
         MmDestroyFilter(reader);
-        if (pool) kel_allocator.free_memory_pool(pool);
     }
 
     void open(kel_channel* chosen, bool own_stride = true) {
@@ -195,8 +195,8 @@ TEST_F(Reader, CopiesPicturesAtEitherStride) {
         expect_nothing_held();
         // The other stride starts anew.
         kel_destroy_buffer_pool(&source);
-        MmDestroyFilter(reader);
         kel_allocator.free_memory_pool(pool);
+        MmDestroyFilter(reader);
         pool = nullptr;
         reader = kel_create_reader_filter(nullptr);
         MmSetResource(reader, "KelContext", context);

@@ -1,0 +1,66 @@
+// Media files that tests make with the file sink, and what FFmpeg's libraries read in a file.
+#pragma once
+
+#include <kel.h>
+#include <mm/mmf.h>
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace kel_test {
+
+// What a made file holds: a sine and a moving pattern. Nothing of a kind whose rate or width is 0.
+struct MediaSpec {
+    double seconds = 1;
+    int rate = 48000, channels = 2, bits = 16;
+    int width = 160, height = 120, frame_rate = 25;
+    double frequency = 440, amplitude = 0.5;
+    std::map<std::string, std::string> texts;  // resources of the sink
+    std::map<std::string, int> numbers;
+};
+
+// Luma at (x, y) of picture n of the pattern; its chroma is 128.
+int pattern_luma(int x, int y, int n);
+
+// A path in the test's own folder, which ends with the program.
+std::string test_path(const std::string& name);
+
+// Writes a file through reader and file sink. Empty on success, else what went wrong.
+std::string make_media(kel_context* context, const std::string& path, const MediaSpec& spec);
+
+// Runs MmProcess until the graph's sinks end, fail or stop; its last result.
+int run_sinks(mm_graph* graph);
+
+// An output or input channel of a filter by media type, or null.
+kel_channel* output_of(kel_filter* filter, uint32_t media_type);
+kel_channel* input_of(kel_filter* filter, uint32_t media_type);
+
+// The "Error" resource of a file filter.
+std::string error_of(kel_filter* filter);
+
+// A slice of a buffer that is given up with it, for a queue whose items drop_slice ends.
+kel_slice* new_slice(kel_buffer* buffer, uint64_t pts);
+
+// A file as FFmpeg's libraries see it.
+struct ReadMedia {
+    bool opened = false;
+    std::string container, audio_codec, video_codec;
+    double duration = 0;  // seconds
+    int rate = 0, channels = 0, bits = 0, width = 0, height = 0;
+    std::vector<float> audio;                // of the first channel
+    std::vector<double> video_pts;           // seconds
+    std::vector<std::vector<uint8_t>> luma;  // of each picture, without padding
+
+    explicit ReadMedia(const std::string& path);
+    double frequency() const;  // from the zero crossings of the middle half
+    double rms() const;        // of the middle half; full scale is 1
+};
+
+// Peak signal to noise ratio in dB of the rows from `first_row` on.
+double psnr(const std::vector<uint8_t>& luma, int width, int first_row,
+            const std::function<int(int, int)>& expected);
+
+}  // namespace kel_test
