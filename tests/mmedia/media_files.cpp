@@ -96,6 +96,10 @@ int pattern_luma(int x, int y, int n) {
     return 40 + (x + 3 * n) * 2 % 64 + (y + n) % 64 + 40 * ((x / 16 + y / 16) % 2);
 }
 
+void silence_codecs() {
+    av_log_set_level(AV_LOG_QUIET);
+}
+
 std::string test_path(const std::string& name) {
     static const TestFolder folder;
     return folder.path / name;

@@ -25,6 +25,9 @@ struct MediaSpec {
 // Luma at (x, y) of picture n of the pattern; its chroma is 128.
 int pattern_luma(int x, int y, int n);
 
+// FFmpeg's own words about spoilt files stay off the terminal.
+void silence_codecs();
+
 // A path in the test's own folder, which ends with the program.
 std::string test_path(const std::string& name);
 

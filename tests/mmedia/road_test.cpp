@@ -1,7 +1,11 @@
 // Real media: files made, read, sent the whole road through the system, and read again.
+#include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <random>
+#include <set>
 #include <thread>
 
 #include "mmedia/media_files.hpp"
@@ -14,6 +18,7 @@ using namespace kel_test;
 
 class Media : public MediaTest {
   protected:
+    Media() { silence_codecs(); }
     Watchdog watchdog{std::chrono::seconds(240), "media"};
 };
 
@@ -74,6 +79,349 @@ TEST_F(Media, SinkWritesEveryKindOfFile) {
             }
         }
     }
+}
+
+// A file source with a writer behind it, whose channels the test reads.
+struct Playing {
+    mm_graph* graph = MmCreateGraph();
+    kel_filter* source = MmCreateFilter(graph, MmFileSource());
+    kel_filter* writer = kel_create_writer_filter(graph);
+    kel_channel *audio = nullptr, *video = nullptr;
+    int opened;
+
+    Playing(kel_context* context, const std::string& path, int bits = 16) {
+        set_integer(source, "AudioBitDepth", bits);
+        opened = MmSetResource(source, "Path", path.c_str());
+        MmSetResource(writer, "KelContext", context);
+        if (opened != 0) return;
+        kel_channel* sound = output_of(source, 4);
+        kel_channel* picture = output_of(source, 2);
+        set_integer(writer, "AudioChannelCount", sound != nullptr);
+        set_integer(writer, "VideoChannelCount", picture != nullptr);
+        if (sound) opened |= MmConnect(graph, sound, audio = input_of(writer, 4));
+        if (picture) opened |= MmConnect(graph, picture, video = input_of(writer, 2));
+        play();
+    }
+    ~Playing() { MmDestroyGraph(graph); }
+    void play() {
+        MmStart(graph);
+        MmResume(graph);
+    }
+
+    struct Totals {
+        int64_t frames = 0;
+        int pictures = 0;
+    };
+    // Reads both channels to their ends.
+    Totals drain() {
+        Totals totals;
+        kel_slice slice;
+        while (audio && kel_writer_read_slice(audio, &slice) == 0)
+            if (slice.buffer) totals.frames += slice.spec.audio.nsamples;
+        while (video && kel_writer_read_slice(video, &slice) == 0) totals.pictures += slice.buffer != nullptr;
+        return totals;
+    }
+};
+
+struct Road {
+    kel_context* context;
+    kel_queue *audio_queue, *video_queue;
+    std::set<void*> decoded;  // addresses of what the writer handed out
+    int decoder_buffers = 0;
+    std::string error;
+
+    void send(kel_queue* queue, kel_buffer* buffer, const kel_slice& like) {
+        auto* slice = new_slice(buffer, like.pts);
+        slice->spec = like.spec;
+        if (!kel_queue_enqueue_with_timeout(queue, slice, 20000)) drop_slice(slice), error = "full queue";
+    }
+
+    void run_audio(kel_channel* channel) {
+        const kel_audio_format format = {48000, 2, KEL_AUDIO_TYPE_S16LE};
+        kel_buffer_pool* pool = kel_create_audio_buffer_pool(context, &format, 1024, 8);
+        kel_audio_mixer* mixer = kel_create_audio_mixer(pool);
+        kel_audio_mixer_track* track = kel_acquire_audio_mixer_track(mixer);
+        auto emit = [&] {
+            kel_slice mixed;
+            while (kel_get_audio_mixer_track_num_samples_left(track) == 0 ||
+                   kel_audio_mixer_has_buffer(mixer)) {
+                if (kel_wait_for_audio_mixer(mixer, 20000) != 0) return void(error = "no mixed buffer");
+                kel_get_audio_mixer_slice(mixer, &mixed);
+                send(audio_queue, mixed.buffer, mixed);
+            }
+        };
+        kel_slice slice;
+        while (error.empty() && kel_writer_read_slice(channel, &slice) == 0) {
+            if (!slice.buffer) continue;
+            const auto frames = static_cast<int32_t>(slice.spec.audio.nsamples);
+            for (int32_t start = 0; start < frames && error.empty(); emit()) {
+                const int32_t taken = kel_feed_audio_mixer_track(track, &slice, start, frames - start);
+                if (taken < 0) error = "the track takes nothing";
+                start += taken;
+            }
+        }
+        kel_feed_audio_mixer_track_silence(track, kel_get_audio_mixer_track_num_samples_left(track));
+        emit();
+        kel_queue_close(audio_queue);
+        kel_release_audio_mixer_track(track);
+        kel_destroy_audio_mixer(&mixer);
+        kel_destroy_buffer_pool_when_unused(pool);
+    }
+
+    void run_video(kel_channel* channel) {
+        const kel_channel_format& from = *kel_writer_get_format(channel);
+        const kel_video_format rgba = {SCREEN_FORMAT_RGBA8888, 0x10E, from.video.width, from.video.height};
+        kel_buffer_pool* pool = kel_create_pixmap_buffer_pool(context, &rgba, 8);
+        const kel_text_style style = {"/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf", 0xFFFFFFFF, 12,
+                                      KEL_TEXT_HALIGN_CENTER, KEL_TEXT_VALIGN_CENTER};
+        kel_slice slice;
+        while (error.empty() && kel_writer_read_slice(channel, &slice) == 0) {
+            if (!slice.buffer) continue;
+            decoded.insert(slice.buffer->ptr);
+            decoder_buffers = slice.buffer->pool->count;
+            kel_buffer* buffer = kel_acquire_buffer_wait(pool, 20000);
+            kel_slice target = kel_slice_for_buffer(buffer);
+            target.pts = slice.pts;
+            if (kel_blit_video(&slice, &target, nullptr, nullptr, 255, SCREEN_QUALITY_NORMAL,
+                               SCREEN_TRANSPARENCY_NONE) != 0 ||
+                screen_flush_blits(context->screen_context, 1) != 0)
+                error = "no blit";
+            const kel_point middle = {from.video.width / 2, from.video.height - 24};
+            if (kel_text_draw(&target, "the whole road", &middle, &style, nullptr) != 14) error = "no text";
+            send(video_queue, buffer, target);
+        }
+        kel_queue_close(video_queue);
+        kel_destroy_buffer_pool_when_unused(pool);
+    }
+};
+
+TEST_F(Media, GoesTheWholeRoad) {
+    MediaSpec spec;
+    spec.seconds = 2;
+    spec.rate = 44100;
+    spec.width = 320;
+    spec.height = 240;
+    spec.numbers["VideoQuality"] = 90;
+    const std::string in = test_path("road_in.mp4"), out = test_path("road_out.mp4");
+    ASSERT_EQ(make_media(context, in, spec), "");
+    ASSERT_EQ(kel_text_init(context), 0);
+
+    mm_graph* graph = MmCreateGraph();
+    kel_filter* reader = kel_create_reader_filter(graph);
+    kel_filter* sink = MmCreateFilter(graph, MmFileSink());
+    MmSetResource(reader, "KelContext", context);
+    for (auto [name, value] :
+         {std::pair{"AudioSampleRate", 48000}, std::pair{"AudioBitDepth", 16}, std::pair{"AudioChannels", 2},
+          std::pair{"VideoWidth", 320}, std::pair{"VideoHeight", 240}, std::pair{"VideoFrameRate", 25}})
+        set_integer(reader, name, value);
+    MmSetResource(reader, "VideoFormat", "NV12");
+    MmSetResource(sink, "Path", out.c_str());
+    set_integer(sink, "VideoQuality", 90);
+    for (uint32_t type : {4u, 2u})
+        ASSERT_EQ(MmConnect(graph, output_of(reader, type), input_of(sink, type)), 0);
+    MmStart(graph);
+    MmResume(graph);
+
+    Playing playing(context, in);
+    ASSERT_EQ(playing.opened, 0);
+    Road road{context, queue_of(reader, "AudioQueue"), queue_of(reader, "VideoQueue"), {}, 0, {}};
+    std::thread audio([&] { road.run_audio(playing.audio); });
+    std::thread video([&] { road.run_video(playing.video); });
+    EXPECT_EQ(run_sinks(graph), MM_STATUS_END_OF_STREAM) << error_of(sink);
+    audio.join();
+    video.join();
+    EXPECT_EQ(MmGetStatus(graph), MM_STATUS_END_OF_STREAM);
+    EXPECT_EQ(MmDestroyGraph(graph), 0);
+    EXPECT_EQ(road.error, "");
+    EXPECT_LE(road.decoded.size(), static_cast<size_t>(road.decoder_buffers));  // never copied elsewhere
+
+    const ReadMedia read(out);
+    ASSERT_TRUE(read.opened);
+    EXPECT_NEAR(read.duration, 2, 0.08);
+    EXPECT_EQ(read.rate, 48000);
+    EXPECT_NEAR(read.frequency(), 440, 2);
+    EXPECT_NEAR(read.rms(), 0.5 / std::sqrt(2), 0.01);
+    ASSERT_EQ(read.luma.size(), 50u);
+    double worst = 100;
+    for (int n = 0; n < 50; ++n) {
+        EXPECT_NEAR(read.video_pts[static_cast<size_t>(n)] - read.video_pts[0], n / 25.0, 0.0005);
+        auto above_text = read.luma[static_cast<size_t>(n)];
+        above_text.resize(320 * 190);
+        worst =
+            std::min(worst, psnr(above_text, 320, 0, [n](int x, int y) { return pattern_luma(x, y, n); }));
+        const auto& whole = read.luma[static_cast<size_t>(n)];
+        EXPECT_GE(*std::max_element(whole.begin() + 320 * 190, whole.end()), 210);  // the text is there
+    }
+    std::printf("worst picture: PSNR %.1f dB\n", worst);
+    EXPECT_GE(worst, 38);
+}
+
+TEST_F(Media, SourcePlaysRealRecordings) {
+    for (const char* path :
+         {"/usr/share/sounds/freedesktop/stereo/complete.oga", "/usr/share/sounds/alsa/Front_Center.wav"}) {
+        if (!std::filesystem::exists(path)) continue;
+        const ReadMedia read(path);
+        for (int bits : {8, 16, 32}) {
+            Playing playing(context, path, bits);
+            ASSERT_EQ(playing.opened, 0);
+            EXPECT_EQ(kel_writer_get_format(playing.audio)->audio.rate, read.rate);
+            EXPECT_EQ(playing.drain().frames, static_cast<int64_t>(read.audio.size())) << path << " " << bits;
+            auto* duration = *static_cast<int64_t**>(MmFindResource(playing.source, "Duration")->value);
+            EXPECT_NEAR(static_cast<double>(*duration) / 1e6, read.duration, 0.001);
+        }
+    }
+}
+
+std::string bytes_of(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::string with_bytes(const std::string& name, const std::string& bytes) {
+    const std::string path = test_path(name);
+    std::ofstream(path, std::ios::binary) << bytes;
+    return path;
+}
+
+TEST_F(Media, SourceEndsWhateverTheFileIs) {
+    MediaSpec spec;
+    spec.width = 64;
+    spec.height = 48;
+    std::mt19937 random(static_cast<unsigned>(random_seed()));
+    for (const char* name : {"whole.mp4", "whole.mkv", "whole.flac", "whole.wav", "whole.y4m"}) {
+        SCOPED_TRACE(name);
+        MediaSpec own = spec;
+        const bool pictures = strstr(name, ".m") || strstr(name, ".y"), sound = !strstr(name, ".y");
+        if (!pictures) own.width = 0;
+        if (!sound) own.rate = 0;
+        const std::string path = test_path(name);
+        ASSERT_EQ(make_media(context, path, own), "");
+        const std::string whole = bytes_of(path);
+        Playing::Totals all;
+        {
+            Playing playing(context, path);
+            EXPECT_EQ(playing.audio != nullptr, sound);
+            EXPECT_EQ(playing.video != nullptr, pictures);
+            all = playing.drain();
+            EXPECT_GE(all.frames, sound ? 48000 : 0);
+            EXPECT_EQ(all.pictures, pictures ? 25 : 0);
+            EXPECT_EQ(error_of(playing.source), "");
+        }
+        for (size_t length : {size_t{0}, size_t{10}, whole.size() / 3, whole.size() * 9 / 10}) {
+            Playing playing(context, with_bytes(std::string("cut_") + name, whole.substr(0, length)));
+            if (playing.opened != 0) {
+                EXPECT_NE(error_of(playing.source), "");
+                char text[200];
+                kel_filter* from = nullptr;
+                int type = 0;
+                EXPECT_EQ(MmNextEvent(playing.graph, &from, &type, text, sizeof text), 0);
+                EXPECT_EQ(error_of(playing.source), text);
+                continue;
+            }
+            const auto totals = playing.drain();
+            EXPECT_LE(totals.frames, all.frames);
+            EXPECT_GT(totals.frames + totals.pictures, 0) << length << " of " << whole.size();
+        }
+        for (int round = 0; round < stress_rounds(12); ++round) {
+            std::string damaged = whole;
+            for (int i = 0; i < 1 + round * 4; ++i)
+                damaged[random() % damaged.size()] = static_cast<char>(random());
+            Playing playing(context, with_bytes(std::string("damaged_") + name, damaged));
+            if (playing.opened == 0) playing.drain();
+            EXPECT_EQ(playing.opened != 0 && error_of(playing.source).empty(), false);
+        }
+    }
+    Playing missing(context, test_path("missing.mp4"));
+    EXPECT_NE(missing.opened, 0);
+    EXPECT_NE(error_of(missing.source).find("No such file"), std::string::npos) << error_of(missing.source);
+    const char* rows[] = {"Path", "AudioBitDepth", "Nothing"};
+    const int32_t nine = 9;
+    const int results[] = {EINVAL, EINVAL, 4032};
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(MmSetResource(missing.source, rows[i], i == 1 ? &nine : nullptr), results[i]);
+}
+
+TEST_F(Media, SourceSeeks) {
+    MediaSpec spec;
+    spec.seconds = 3;
+    spec.width = 64;
+    spec.height = 48;
+    const std::string path = test_path("seek.mkv");
+    ASSERT_EQ(make_media(context, path, spec), "");
+    Playing playing(context, path);
+    kel_slice slice;
+    for (uint64_t target : {2000000u, 500000u, 0u, 2700000u, 1230000u}) {
+        for (kel_channel* channel : {playing.audio, playing.video})
+            for (int i = 0; i < 3; ++i) ASSERT_EQ(kel_writer_read_slice(channel, &slice), 0);
+        ASSERT_EQ(MmSeek(playing.graph, target), 0);
+        // What was decoded before may still be in the container at hand; the next one is from the new place.
+        for (kel_channel* channel : {playing.audio, playing.video}) {
+            ASSERT_EQ(kel_writer_read_slice(channel, &slice), 0);
+            EXPECT_NEAR(static_cast<double>(slice.pts), static_cast<double>(target), 60000);
+        }
+    }
+    playing.drain();
+    EXPECT_EQ(kel_writer_read_slice(playing.audio, &slice), 79);
+    ASSERT_EQ(MmSeek(playing.graph, 0), 0);
+    playing.play();
+    EXPECT_EQ(playing.drain().pictures, 75);  // all of them once more
+}
+
+// Two graphs, each with a controlling and two reading threads.
+TEST_F(Media, SurvivesRandomControl) {
+    MediaSpec spec;
+    spec.width = 64;
+    spec.height = 48;
+    const std::string path = test_path("stress.mkv");
+    ASSERT_EQ(make_media(context, path, spec), "");
+    const int steps = stress_rounds(500);
+    run_together(2, [&](int graph) {
+        std::mt19937 random(static_cast<unsigned>(random_seed()) + static_cast<unsigned>(graph));
+        Playing playing(context, path);
+        std::atomic<bool> done{false};
+        std::atomic<int> slices{0};
+        kel_buffer_pool* pools[2] = {};
+        auto pull = [&](kel_channel* channel, kel_buffer_pool*& pool) {
+            kel_slice slice;
+            while (!done) {
+                if (kel_writer_read_slice(channel, &slice) != 0 || !slice.buffer) {
+                    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                    continue;
+                }
+                pool = slice.buffer->pool;
+                ++slices;
+            }
+        };
+        std::thread audio([&] { pull(playing.audio, pools[0]); });
+        std::thread video([&] { pull(playing.video, pools[1]); });
+        for (int step = 0; step < steps; ++step) {
+            switch (random() % 5) {
+                case 0:
+                    MmStop(playing.graph);
+                    break;
+                case 1:
+                    MmPause(playing.graph);
+                    break;
+                case 2:
+                    EXPECT_EQ(MmSeek(playing.graph, random() % 1000000), 0);
+                    break;
+                default:
+                    playing.play();
+            }
+            MmGetStatus(playing.graph);
+            std::this_thread::sleep_for(std::chrono::microseconds(random() % 2000));
+        }
+        done = true;
+        MmStop(playing.graph);
+        audio.join();
+        video.join();
+        EXPECT_GT(slices, 0);
+        const auto& inputs = table_of<mmf_input_interface>(playing.writer, "MediaInput");
+        for (int i = 0; i < 2; ++i) {
+            EXPECT_EQ(inputs.release_input(i == 0 ? playing.audio : playing.video), 0);
+            EXPECT_EQ(pools[i] ? pools[i]->in_use : 0, 0);
+        }
+    });
 }
 
 }  // namespace
