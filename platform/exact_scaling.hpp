@@ -7,8 +7,7 @@ extern "C" {
 
 namespace platform {
 
-inline constexpr int exact_scaling =
-    SWS_ACCURATE_RND | SWS_BITEXACT | SWS_FULL_CHR_H_INT | SWS_FULL_CHR_H_INP;
+inline constexpr int exact_scaling = SWS_ACCURATE_RND | SWS_BITEXACT | SWS_FULL_CHR_H_INP;
 
 // A filter that changes nothing, except that libswscale keeps to its general path: the short cuts that it has for YUV
 // of equal sizes round differently from processor to processor.

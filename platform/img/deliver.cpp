@@ -42,8 +42,8 @@ int scale(const AVFrame& picture, uint8_t* rows, int stride, int width, int heig
     // RGB takes the short cut: it is exact, and the general path goes by way of YUV.
     const bool is_yuv = av_pix_fmt_desc_get(format)->log2_chroma_w || is_full;
     const scaler context(sws_getContext(picture.width, picture.height, format, width, height, AV_PIX_FMT_BGRA,
-                                        SWS_BICUBIC | exact_scaling, is_yuv ? no_short_cuts() : nullptr,
-                                        nullptr, nullptr));
+                                        SWS_BICUBIC | SWS_FULL_CHR_H_INT | exact_scaling,
+                                        is_yuv ? no_short_cuts() : nullptr, nullptr, nullptr));
     if (!context) return IMG_ERR_MEM;
     if (is_full || picture.color_range == AVCOL_RANGE_JPEG) {
         const int* matrix = sws_getCoefficients(SWS_CS_ITU601);

@@ -111,6 +111,15 @@ void blend(const rgb_view& destination, const rgb_view& layer) {
     }
 }
 
+bool is_opaque(const rgb_view& view) {
+    uint32_t all = opaque_alpha;
+    for (int y = 0; y < view.height && all == opaque_alpha; ++y) {
+        const uint32_t* row = view.row(y);
+        for (int x = 0; x < view.width; ++x) all &= row[x];
+    }
+    return all == opaque_alpha;
+}
+
 // Whether the style's drawing depends on the pixels of the source.
 bool leaves_out(const rgb_view& source, const drawing_style& style) {
     switch (style.transparency) {
@@ -149,7 +158,8 @@ void composer::draw(const rgb_view& destination, const rgb_view& source, const a
     }
     const image mask = style.alpha != opaque ? solid_alpha(style.alpha) : nullptr;
     const bool blends = selective || mask;
-    const bool by_layer = blends && destination.has_alpha();
+    // Over opaque pixels, straight alpha and pixman's premultiplied one are the same.
+    const bool by_layer = blends && destination.has_alpha() && !is_opaque(destination);
     const rgb_view target =
         by_layer ? layer_.pixels(SCREEN_FORMAT_RGBA8888, destination.width, destination.height) : destination;
     pixman_image_composite32(blends && !by_layer ? PIXMAN_OP_OVER : PIXMAN_OP_SRC, sampled.get(), mask.get(),
