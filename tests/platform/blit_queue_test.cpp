@@ -1,5 +1,8 @@
 // What blits refuse, what their queue holds, and several threads.
+#include <cstdlib>
+
 #include "platform/blit_fixture.hpp"
+#include "support/import_hooks.hpp"
 
 namespace {
 
@@ -79,6 +82,30 @@ TEST_F(Blit, TheQueueHoldsItsFramesAndEndsWithItsContext) {
     EXPECT_EQ(live().pixmaps, at_start.pixmaps);
     platform_screen_release_frame(&frames[0].memory);
     frames.clear();
+}
+
+int until_failure;
+void* failing_malloc(size_t size) {
+    return --until_failure == 0 ? nullptr : malloc(size);
+}
+
+TEST_F(Blit, WhatCannotBeDoneForWantOfMemoryIsToldAndDropped) {
+    const Frame target = make(SCREEN_FORMAT_RGBA8888, 8, 8),
+                source = make_random(SCREEN_FORMAT_RGBA8888, 8, 8);
+    const auto failing = kel_test::hook(failing_malloc, "malloc", "libpixman-1.so");
+    ASSERT_TRUE(failing.bound());
+    for (until_failure = 1;; ++until_failure) {
+        const int n = until_failure;
+        ASSERT_EQ(blit(target, source, {0}), 0);
+        const int result = screen_flush_blits(context, 0);
+        const bool reached = until_failure <= 0;
+        until_failure = n;
+        if (!reached) break;
+        EXPECT_EQ(error_of(result), ENOMEM);
+    }
+    EXPECT_GT(until_failure, 1);
+    EXPECT_EQ(memcmp(target.row(7), source.row(7), 32), 0);
+    EXPECT_EQ(live().frames, at_start.frames + 2);
 }
 
 TEST_F(Blit, ThreadsBlitAndFlushOnOneContext) {

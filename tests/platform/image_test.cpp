@@ -387,6 +387,50 @@ TEST_F(Image, WhatIsNotGoodIsRefused) {
     EXPECT_EQ(io_open_file(nullptr), nullptr);
 }
 
+// The n-th allocation of the library, or of the codecs, fails.
+int until_failure;
+bool fails() {
+    return --until_failure == 0;
+}
+void* failing_new(size_t size) {
+    if (fails()) throw std::bad_alloc();
+    return ::operator new(size);
+}
+int failing_posix_memalign(void** memory, size_t alignment, size_t size) {
+    return fails() ? ENOMEM : posix_memalign(memory, alignment, size);
+}
+void* failing_realloc(void* memory, size_t size) {
+    return fails() ? nullptr : realloc(memory, size);
+}
+
+TEST_F(Image, EveryAllocationMayFail) {
+    const auto allocate =
+        kel_test::hook(failing_new, sizeof(size_t) == 8 ? "_Znwm" : "_Znwj", "libkelplatform.so");
+    const auto align = kel_test::hook(failing_posix_memalign, "posix_memalign", "libavutil.so");
+    const auto grow = kel_test::hook(failing_realloc, "realloc", "libavutil.so");
+    for (const Kind& kind : {kinds[0], kinds[9], kinds[12], kinds[16], kinds[17]}) {
+        const Bytes file = encoded(kind);
+        for (int n = 1;; ++n) {
+            Load state;
+            const img_decode_callouts_t callouts = {Load::choose, Load::complete, &state};
+            io_stream_t* stream = io_open_memory(file.data(), file.size());
+            until_failure = n;
+            const int result = img_load_resize(ilib, stream, &callouts, &state.img);
+            const bool reached = until_failure <= 0;
+            until_failure = 0;
+            io_close(stream);
+            if (!reached) {
+                EXPECT_EQ(result, IMG_ERR_OK);
+                EXPECT_GT(n, 10);
+                break;
+            }
+            // The codecs do without some of their memory, and name the lack of it as they like.
+            ASSERT_TRUE(result == IMG_ERR_OK || result == IMG_ERR_MEM || result == IMG_ERR_CORRUPT) << result;
+            ASSERT_EQ(state.frames, result == IMG_ERR_OK);
+        }
+    }
+}
+
 TEST_F(Image, ThreadsLoadIndependently) {
     std::vector<Bytes> files;
     for (const Kind& kind : kinds) files.push_back(encoded(kind));
