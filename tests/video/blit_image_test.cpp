@@ -275,7 +275,7 @@ TEST_F(Video, ImagesThatCannotBeHadGiveNullAndLeaveNothing) {
     EXPECT_EQ(kel_load_image_file(nullptr, ilib, path, SCREEN_USAGE_READ), nullptr);
     EXPECT_EQ(kel_load_image(context, ilib, nullptr, SCREEN_USAGE_READ), nullptr);
     Bytes damaged = file;
-    damaged.resize(damaged.size() - 13);  // found out before there is a buffer
+    damaged.resize(damaged.size() / 2);  // found out before there is a buffer
     EXPECT_EQ(load(damaged), nullptr);
     EXPECT_TRUE(log.messages().empty());
 }
