@@ -16,9 +16,11 @@ struct kel_audio_converter {
     kel_audio_format to;
     kel_audio_step* chain;       // owned, never empty
     int32_t widest_frame_bytes;  // of any format between two steps: at most twice max_frame_bytes
+    int32_t from_frame_bytes;
+    int32_t to_frame_bytes;
 };
 #if UINTPTR_MAX == UINT32_MAX
-static_assert(sizeof(kel_audio_converter) == 52 && offsetof(kel_audio_converter, from) == 20);
+static_assert(sizeof(kel_audio_converter) == 60 && offsetof(kel_audio_converter, from) == 20);
 static_assert(sizeof(kel_audio_conversion) == 40 && offsetof(kel_audio_conversion, consumed_bytes) == 24);
 #endif
 
@@ -58,8 +60,8 @@ kel_audio_step* plan_chain(const kel_audio_format& from, const kel_audio_format&
     return kel::build_chain(last);
 }
 
-int32_t frames_in(int32_t bytes, const kel_audio_format& format, int32_t limit) {
-    const int32_t frames = std::max(bytes, 0) / kel_get_audio_sample_size(&format);
+int32_t frames_in(int32_t bytes, int32_t frame_bytes, int32_t limit) {
+    const int32_t frames = std::max(bytes, 0) / frame_bytes;
     return limit < 0 ? frames : std::min(frames, limit);
 }
 
@@ -101,8 +103,8 @@ frame_counts run_chain(kel_audio_converter& converter, const kel_audio_conversio
 void set_results(const kel_audio_converter& converter, kel_audio_conversion& request, frame_counts counts) {
     request.consumed_frames = counts.consumed;
     request.produced_frames = counts.produced;
-    request.consumed_bytes = counts.consumed * kel_get_audio_sample_size(&converter.from);
-    request.produced_bytes = counts.produced * kel_get_audio_sample_size(&converter.to);
+    request.consumed_bytes = counts.consumed * converter.from_frame_bytes;
+    request.produced_bytes = counts.produced * converter.to_frame_bytes;
 }
 
 }  // namespace
@@ -132,6 +134,8 @@ kel_audio_converter* kel_create_audio_converter(const kel_audio_format* from, co
     converter->to = *to;
     converter->chain = chain;
     converter->widest_frame_bytes = widest;
+    converter->from_frame_bytes = kel_get_audio_sample_size(from);
+    converter->to_frame_bytes = kel_get_audio_sample_size(to);
     return converter.release();
 }
 
@@ -150,8 +154,10 @@ int kel_convert_audio(kel_audio_converter* converter, kel_audio_conversion* conv
         KEL_LOG_ERROR("kel:   Attempt to convert audio with inexistent audio converter.");
         return EINVAL;
     }
-    const int32_t in_frames = frames_in(conversion->input_bytes, converter->from, conversion->input_limit);
-    const int32_t out_frames = frames_in(conversion->output_bytes, converter->to, conversion->output_limit);
+    const int32_t in_frames =
+        frames_in(conversion->input_bytes, converter->from_frame_bytes, conversion->input_limit);
+    const int32_t out_frames =
+        frames_in(conversion->output_bytes, converter->to_frame_bytes, conversion->output_limit);
     if (!ensure_buffers(*converter, std::max(in_frames, out_frames))) {
         KEL_LOG_ERROR("kel:   Unable to allocate audio conversion buffers.");
         return ENOMEM;
