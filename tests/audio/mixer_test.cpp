@@ -163,7 +163,7 @@ TEST(Mixer, EqualsASlowMixer) {
             kel_set_audio_mixer_global_gain(mixer.mixer, gain);
             while (!kel_audio_mixer_has_buffer(mixer.mixer)) {
                 const auto t = random() % mixed.size();
-                const Source& source = sources[t];
+                const Source& source = sources[random() % sources.size()];  // any track, any format
                 const auto frames = static_cast<int32_t>(source.slice.spec.audio.nsamples);
                 const int32_t start = below(frames + 1), most = below(500);
                 int32_t taken = std::min({frames - start, most, room - mixed[t]});
@@ -207,8 +207,8 @@ TEST(Mixer, EqualsASlowMixer) {
 TEST(Mixer, EveryFormatPairFillsEveryBuffer) {
     constexpr int32_t rates[] = {8000, 11025, 22050, 44100, 48000};
     constexpr uint32_t rooms[] = {1, 2, 3, 7, 65}, lengths[] = {1, 2, 3, 9};
-    for (uint32_t i = 0; i < 7 * 5 * 5 * 2 * 2 * 5 * 4 * 2;
-         ++i) {  // one counter walks through all combinations
+    constexpr uint32_t combinations = 7 * 5 * 5 * 2 * 2 * 5 * 4 * 2;
+    for (uint32_t i = 0; i < combinations; ++i) {
         uint32_t rest = i;
         const auto choose = [&rest](const auto& choices) {
             const auto chosen = choices[rest % std::size(choices)];
@@ -230,6 +230,30 @@ TEST(Mixer, EveryFormatPairFillsEveryBuffer) {
             before = now;
         }
     }
+}
+
+// A resampled track, fed in pieces across the ends of buffers, gives the samples of one conversion of the whole.
+TEST(Mixer, PiecesOfAStreamEqualTheWhole) {
+    std::mt19937 random(kel_test::random_seed());
+    const kel_audio_format in = {48000, 2, KEL_AUDIO_TYPE_S16LE}, out = {44100, 2, KEL_AUDIO_TYPE_S24_8LE};
+    constexpr int32_t frames = 20000;
+    const Source source(in, frames);
+    std::vector<int32_t> whole(2 * frames), pieces;
+    kel_audio_converter* converter = kel_create_audio_converter(&in, &out);
+    kel_audio_conversion conversion;
+    kel_init_audio_conversion(&conversion, source.bytes(), frames * 4, whole.data(), frames * 8);
+    EXPECT_EQ(kel_convert_audio(converter, &conversion), 0);
+    kel_destroy_audio_converter(&converter);
+    const Pool pool(out, 77);
+    const Mixer mixer(pool, 1);
+    for (int32_t at = 0; at < frames;) {
+        at += mixer.feed(0, source, at, static_cast<int32_t>(random() % 50));
+        if (!kel_audio_mixer_has_buffer(mixer.mixer)) continue;
+        const auto* samples = static_cast<const int32_t*>(mixer.take().spec.audio.samples_start);
+        pieces.insert(pieces.end(), samples, samples + 2 * 77);
+    }
+    ASSERT_GT(pieces.size(), whole.size() * 9 / 10);
+    EXPECT_TRUE(std::equal(pieces.begin(), pieces.end(), whole.begin()));
 }
 
 TEST(Mixer, TimesAreExactOverHours) {
