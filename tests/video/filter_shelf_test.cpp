@@ -12,7 +12,7 @@ namespace {
 using namespace kel_test;
 
 constexpr int width = 240, height = 150;
-constexpr int tolerance = 4;  // rasterisers round differently
+constexpr int tolerance = 5;  // rasterisers and decoders round differently
 
 struct Setting {
     int instance;
@@ -139,7 +139,7 @@ TEST_F(FilterShelf, EveryFilterAloneAndThreeInARow) {
         {"pixelate", {"pixelate"}, {}},
         {"blur", {"blur"}, {}},
         {"sharpen", {"sharpen"}, {}},
-        {"chroma_key", {"chroma_key"}, {{0, "key", {0.35f, 0.6f, 0.1f}}}},
+        {"chroma_key", {"chroma_key"}, {{0, "key", {0.35f, 0.6f, 0.1f}}, {0, "softness", {0.3f}}}},
         {"edge", {"edge"}, {}},
         {"fade", {"fade"}, {}},
         {"picture_in_picture", {"picture_in_picture"}, {}},
