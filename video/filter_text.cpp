@@ -146,7 +146,7 @@ bool append(kel_video_filter& filter, kel::owned<kel_video_filter_param>& param)
     const auto count = static_cast<size_t>(filter.num_params);
     if ((count & (count - 1)) == 0) {
         const size_t places = count == 0 ? 1 : count * 2;
-        void* grown = realloc(filter.params, places * sizeof *filter.params);
+        void* grown = realloc(filter.params, places * sizeof(kel_video_filter_param*));
         if (!grown) return false;
         filter.params = static_cast<kel_video_filter_param**>(grown);
     }
