@@ -8,23 +8,18 @@
 
 namespace {
 
+// clang-format off
 constexpr EGLint wanted_config[] = {
-    EGL_RED_SIZE,
-    8,
-    EGL_GREEN_SIZE,
-    8,
-    EGL_BLUE_SIZE,
-    8,
-    EGL_ALPHA_SIZE,
-    8,
-    EGL_DEPTH_SIZE,
-    8,
-    EGL_SURFACE_TYPE,
-    EGL_PIXMAP_BIT,
-    EGL_RENDERABLE_TYPE,
-    EGL_OPENGL_ES2_BIT,
+    EGL_RED_SIZE, 8,
+    EGL_GREEN_SIZE, 8,
+    EGL_BLUE_SIZE, 8,
+    EGL_ALPHA_SIZE, 8,
+    EGL_DEPTH_SIZE, 8,
+    EGL_SURFACE_TYPE, EGL_PIXMAP_BIT,
+    EGL_RENDERABLE_TYPE, EGL_OPENGL_ES2_BIT,
     EGL_NONE,
 };
+// clang-format on
 
 constexpr EGLint context_attributes[] = {EGL_CONTEXT_CLIENT_VERSION, 2, EGL_NONE};
 
