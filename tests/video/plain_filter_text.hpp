@@ -3,10 +3,13 @@
 
 #include <kel.h>
 
+#include <algorithm>
 #include <cfloat>
+#include <map>
 #include <optional>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace kel_test {
@@ -47,62 +50,47 @@ inline std::vector<std::string> pieces(const std::string& text, char separator) 
     return all;
 }
 
-inline std::vector<std::string> words(const std::string& text) {
-    std::vector<std::string> all;
-    std::string word;
-    for (const char c : text + " ") {
-        if (c != ' ' && c != '\t') {
-            word += c;
-        } else if (!word.empty()) {
-            all.push_back(word);
-            word.clear();
-        }
-    }
+inline std::vector<std::string> words(std::string text) {
+    std::replace(text.begin(), text.end(), '\t', ' ');
+    std::vector<std::string> all = pieces(text, ' ');
+    std::erase(all, "");
     return all;
 }
 
 inline double plain_number(const std::string& text) {
-    double whole = 0, scale = 1;
-    int minus = 0, points = 0;
+    double number = 0, scale = 0.1;
+    bool minus = false, point = false;
     for (const char c : text) {
-        if (c == '-') {
-            if (minus++) break;
-        } else if (c == '.') {
-            if (points++) break;
-            scale = 0.1;
-        } else if (c < '0' || c > '9') {
-            break;
-        } else if (points) {
-            whole += (c - '0') * scale;
-            scale /= 10;
+        bool* mark = c == '-' ? &minus : c == '.' ? &point : nullptr;
+        if (mark ? *mark : c < '0' || c > '9') break;
+        if (mark) {
+            *mark = true;
         } else {
-            whole = whole * 10 + (c - '0');
+            number = point ? number + (c - '0') * scale : number * 10 + (c - '0');
+            if (point) scale /= 10;
         }
     }
-    return minus ? -whole : whole;
+    return minus ? -number : number;
 }
 
 inline void plain_attribute(PlainParam& param, const std::string& field) {
     const std::string key = lowered(words(field)[0]);
-    std::vector<double>* target = key == "min"       ? &param.min
-                                  : key == "max"     ? &param.max
-                                  : key == "default" ? &param.fallback
-                                                     : nullptr;
+    static const std::map<std::string, std::vector<double> PlainParam::*> targets = {
+        {"min", &PlainParam::min}, {"max", &PlainParam::max}, {"default", &PlainParam::fallback}};
+    const auto target = targets.find(key);
     std::vector<double> values;
     for (const auto& value : pieces(field.substr(key.size()), ',')) {
         if (value.empty() || values.size() == 4) break;
         values.push_back(plain_number(value));
     }
-    if (!target || values.empty()) return;
+    if (target == targets.end() || values.empty()) return;
     values.resize(4, values.back());
-    *target = values;
+    param.*target->second = values;
 }
 
 inline std::optional<PlainParam> plain_param(const std::string& value) {
-    std::vector<std::string> fields;
-    for (const auto& field : pieces(value, ';')) {
-        if (!field.empty()) fields.push_back(field);
-    }
+    std::vector<std::string> fields = pieces(value, ';');
+    std::erase(fields, "");
     auto declaration = fields.empty() ? fields : words(fields[0]);
     if (declaration.size() < 2) return {};
     if (declaration.size() == 2) declaration.insert(declaration.begin(), "mediump");
@@ -110,18 +98,15 @@ inline std::optional<PlainParam> plain_param(const std::string& value) {
     param.min.assign(4, DBL_MIN);
     param.max.assign(4, DBL_MAX);
     param.fallback.assign(4, 0.0);
-    const std::string precision = lowered(declaration[0]);
-    std::string type = lowered(declaration[1]);
-    if (precision == "lowp") param.precision = 1;
-    if (precision == "mediump") param.precision = 2;
-    if (precision == "highp") param.precision = 3;
-    if (type == "vec2" || type == "vec3" || type == "vec4" || type == "ivec2" || type == "ivec3" ||
-        type == "ivec4") {
-        param.count = type.back() - '0';
-        type = type[0] == 'i' ? "int" : "float";
-    }
-    if (type != "float" && type != "int" && type != "texture") return {};
-    param.type = type == "float" ? KEL_PARAM_FLOAT : type == "int" ? KEL_PARAM_INT : KEL_PARAM_TEXTURE;
+    static const std::map<std::string, int> precisions = {{"lowp", 1}, {"mediump", 2}, {"highp", 3}};
+    static const std::map<std::string, std::pair<int, int>> types = {
+        {"float", {1, 1}}, {"vec2", {1, 2}},  {"vec3", {1, 3}},  {"vec4", {1, 4}},   {"int", {2, 1}},
+        {"ivec2", {2, 2}}, {"ivec3", {2, 3}}, {"ivec4", {2, 4}}, {"texture", {3, 1}}};
+    const auto precision = precisions.find(lowered(declaration[0]));
+    const auto type = types.find(lowered(declaration[1]));
+    if (type == types.end()) return {};
+    if (precision != precisions.end()) param.precision = precision->second;
+    std::tie(param.type, param.count) = type->second;
     for (size_t i = 1; i < fields.size(); ++i) plain_attribute(param, fields[i]);
     return param;
 }
@@ -144,17 +129,19 @@ inline std::optional<PlainFilter> plain_filter(std::string text, std::string& un
             line.find(':') == std::string::npos ? "" : trimmed(line.substr(line.find(':') + 1));
         const std::string word = value.empty() ? "" : words(value)[0];
         const std::string key = lowered(directive);
-        if (key == "filter") {
-            if (filter.name.empty()) filter.name = word;
-        } else if (key == "main") {
-            if (filter.main.empty()) filter.main = word;
-        } else if (key == "description") {
-            if (filter.description.empty()) filter.description = value;
-        } else if (key == "parameter") {
-            if (const auto param = plain_param(value)) filter.params.push_back(*param);
-        } else {
+        const auto set_once = [](std::string& field, const std::string& to) {
+            if (field.empty()) field = to;
+        };
+        if (key == "filter")
+            set_once(filter.name, word);
+        else if (key == "main")
+            set_once(filter.main, word);
+        else if (key == "description")
+            set_once(filter.description, value);
+        else if (key != "parameter")
             unknown += "Unknown directive: " + directive + "\n";
-        }
+        else if (const auto param = plain_param(value))
+            filter.params.push_back(*param);
     }
     if (filter.name.empty()) return {};
     if (filter.main.empty()) filter.main = filter.name;
