@@ -6,7 +6,7 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
 endif()
 set(kel_kernel_flags_avx2 -mavx2)
 # GCC's own AVX-512 header reads "undefined" registers on purpose and warns of them.
-set(kel_kernel_flags_avx512 -mavx512f -mavx512bw -mavx512dq -mavx512vl -mavx512vnni
+set(kel_kernel_flags_avx512 -mavx512f -mavx512bw -mavx512dq -mavx512vl -mavx512vnni -mavx512vbmi
   -mprefer-vector-width=512
   $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
 foreach(level IN LISTS KEL_KERNEL_LEVELS)

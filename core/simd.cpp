@@ -29,7 +29,7 @@ simd_level detect() {
         return simd_level::baseline;
     }
     if ((state & avx512_state) == avx512_state && (ebx & avx512_features) == avx512_features &&
-        (ecx & bit_AVX512VNNI)) {
+        (ecx & (bit_AVX512VNNI | bit_AVX512VBMI)) == (bit_AVX512VNNI | bit_AVX512VBMI)) {
         return simd_level::avx512;
     }
     return ebx & bit_AVX2 ? simd_level::avx2 : simd_level::baseline;

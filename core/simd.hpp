@@ -20,7 +20,7 @@ namespace kel {
 enum class simd_level : uint8_t {
     baseline,  // what every processor of the architecture has; on ARM also NEON where built for it
     avx2,
-    avx512,  // F, BW, DQ, VL and VNNI
+    avx512,  // F, BW, DQ, VL, VNNI and VBMI
 };
 
 // The best level of this processor and operating system. Thread-safety: any thread.
