@@ -100,7 +100,7 @@ void compare_yuv(World& world, const char* title, int from_format, int to_format
                  AVPixelFormat from_name, AVPixelFormat to_name, const Options& options) {
     const Frame from(world, from_format, 1280, 720), to(world, to_format, width, height);
     SwsContext* scaler = sws_getContext(1280, 720, from_name, width, height, to_name,
-                                        SWS_BICUBIC | SWS_ACCURATE_RND | SWS_BITEXACT | SWS_FULL_CHR_H_INT,
+                                        SWS_BICUBIC | SWS_ACCURATE_RND | SWS_BITEXACT | SWS_FULL_CHR_H_INP,
                                         nullptr, nullptr, nullptr);
     Comparison comparison(title, {"µs a frame", 1e6});
     comparison.add(Role::subject, "screen_blit", blits(world, from, to, smooth, SCREEN_TRANSPARENCY_NONE));
@@ -116,10 +116,14 @@ void compare_yuv(World& world, const char* title, int from_format, int to_format
 
 void compare_copies(World& world, const Options& options) {
     const Frame from(world, SCREEN_FORMAT_RGBA8888, 1280, 720), to(world, SCREEN_FORMAT_RGBA8888, 1280, 720);
+    const Frame clear(world, SCREEN_FORMAT_RGBA8888, 1280, 720),
+        solid(world, SCREEN_FORMAT_RGBX8888, 1280, 720);
     Comparison comparison("Copies of 1280×720 RGBA", {"µs a frame", 1e6});
     comparison.add(Role::subject, "screen_blit", blits(world, from, to, smooth, SCREEN_TRANSPARENCY_NONE));
-    comparison.add(Role::subject, "screen_blit, blended",
-                   blits(world, from, to, smooth, SCREEN_TRANSPARENCY_SOURCE_OVER));
+    comparison.add(Role::subject, "blended over opaque pixels",
+                   blits(world, from, solid, smooth, SCREEN_TRANSPARENCY_SOURCE_OVER));
+    comparison.add(Role::subject, "blended over transparent pixels",
+                   blits(world, from, clear, smooth, SCREEN_TRANSPARENCY_SOURCE_OVER));
     comparison.add(Role::reference, "memcpy", [&](uint64_t count) {
         for (; count > 0; --count) {
             std::memcpy(to.data(), from.data(),
