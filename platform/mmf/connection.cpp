@@ -143,7 +143,12 @@ int MmConnect(mm_graph* graph, kel_channel* output, kel_channel* input) {
     const kel_filter* sink = find_input_owner(*graph, input);
     if (!source || !sink) return EINVAL;
     if (output->connection || input->connection) return EBUSY;
-    auto connection = std::make_unique<mmf_connection>();
+    std::unique_ptr<mmf_connection> connection(new (std::nothrow) mmf_connection);
+    const bool has_room = connection && platform::mmf::no_throw(false, [&] {
+                              graph->connections.reserve(graph->connections.size() + 1);
+                              return true;
+                          });
+    if (!has_room) return ENOMEM;
     connection->output = output;
     connection->input = input;
     connection->upstream = interface_of<mmf_output_interface>(source, "MediaOutput");

@@ -147,7 +147,7 @@ bool finish(kel_filter* filter) {
 int destroy(kel_filter* filter) {
     if (!filter) return EINVAL;
     state_of(filter).poster = nullptr;
-    finish(filter);
+    no_throw(false, [&] { return finish(filter); });
     delete[] filter->inputs;
     delete &state_of(filter);
     delete filter;
@@ -334,6 +334,20 @@ int end_input(kel_filter* filter, sink_channel& own) {
     return MM_STATUS_END_OF_STREAM;
 }
 
+// Uses up what the upstream gave. The caller holds the lock.
+int take(kel_filter* filter, kel_channel& channel, int given, mmf_mra* mra) {
+    sink_state& state = state_of(filter);
+    // What arrives after a stop belongs to no file.
+    if (state.status == MM_STATUS_STOPPED || state.status == MM_STATUS_ERROR) return state.status;
+    if (mra) {
+        std::string error;
+        if (!state.file && !open_file(filter)) return MM_STATUS_ERROR;
+        if (!consume(channel, mra, error)) return fail(filter, error);
+    }
+    if (given == MM_STATUS_ERROR) return fail(filter, "the source failed");
+    return given == MM_STATUS_END_OF_STREAM ? end_input(filter, channel_of(&channel)) : given;
+}
+
 // Pulls without the lock, so that control calls get through while the upstream waits.
 int process(kel_filter* filter) {
     if (!filter) return MM_STATUS_ERROR;
@@ -344,29 +358,16 @@ int process(kel_filter* filter) {
         std::lock_guard lock(state.mutex);
         if (state.status != MM_STATUS_PLAYING) return state.status;
         channel = next_input(filter);
-        if (!channel) return fail(filter, "nothing is connected");
+        if (!channel)
+            return no_throw<int>(MM_STATUS_ERROR, [&] { return fail(filter, "nothing is connected"); });
         upstream = channel_of(channel).upstream;
     }
     mmf_mra* mra = nullptr;
     const int given = upstream->next_buffer(channel->peer, &mra);
     std::lock_guard lock(state.mutex);
-    int result = given;
-    if (mra) {
-        std::string error;
-        // What arrives after a stop belongs to no file.
-        const bool stopped = state.status == MM_STATUS_STOPPED || state.status == MM_STATUS_ERROR;
-        if (stopped)
-            result = state.status;
-        else
-            result = no_throw(MM_STATUS_ERROR, [&]() -> int {
-                if (!state.file && !open_file(filter)) return MM_STATUS_ERROR;
-                return consume(*channel, mra, error) ? given : fail(filter, error);
-            });
-        MmfReleaseMra(mra);
-        if (result != MM_STATUS_PLAYING) return result;
-    }
-    if (given == MM_STATUS_ERROR) return fail(filter, "the source failed");
-    return given == MM_STATUS_END_OF_STREAM ? end_input(filter, channel_of(channel)) : given;
+    const int result = no_throw<int>(MM_STATUS_ERROR, [&] { return take(filter, *channel, given, mra); });
+    if (mra) MmfReleaseMra(mra);
+    return result;
 }
 
 int start(kel_filter* filter) {
@@ -387,7 +388,7 @@ int stop(kel_filter* filter) {
     if (!filter) return EINVAL;
     sink_state& state = state_of(filter);
     std::lock_guard lock(state.mutex);
-    const bool whole = finish(filter);
+    const bool whole = no_throw(false, [&] { return finish(filter); });
     state.status = MM_STATUS_STOPPED;
     return whole ? 0 : EIO;
 }

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <new>
 #include <thread>
+#include <utility>
 
 #include "mmf/file_filters.hpp"
 #include "mmf/pcm_stream.hpp"
@@ -313,48 +314,63 @@ int outlook(const kel_channel* channel) {
     return channel_of(channel).ended ? MM_STATUS_END_OF_STREAM : MM_STATUS_PLAYING;
 }
 
+// A container and a buffer on their way; they go back when they are not handed over.
+struct delivery {
+    const source_channel& own;
+    mmf_mra* mra = nullptr;
+    kel_mmf_buffer* record = nullptr;
+
+    explicit delivery(const source_channel& channel) : own(channel) {}
+    ~delivery() {
+        if (record) own.allocator->release_buffer(record);
+        if (mra) MmfReleaseMra(mra);
+    }
+    delivery(const delivery&) = delete;
+    delivery& operator=(const delivery&) = delete;
+};
+
 // Fills the container with the next buffer. The caller holds the channel's lock.
-int deliver(kel_channel* channel, mmf_mra* mra, kel_mmf_buffer* record) {
+int fill_container(kel_channel* channel, delivery& next) {
     source_channel& own = channel_of(channel);
     if (const int status = outlook(channel); status != MM_STATUS_PLAYING) return status;
     int64_t pts = 0;
-    const uint32_t bytes = fill(own, channel->format, *record, pts);
+    const uint32_t bytes = fill(own, channel->format, *next.record, pts);
     if (bytes == 0) {
         end_channel(channel->filter, own);
         return MM_STATUS_END_OF_STREAM;
     }
     int index = 0;
-    describe(mra, index, own, channel->format, pts);
-    if (MmfSetMraBufferElement(mra, index, record, record->data, bytes) == 0) return MM_STATUS_PLAYING;
-    report(channel->filter, "a container does not take its buffer");
-    return MM_STATUS_ERROR;
+    describe(next.mra, index, own, channel->format, pts);
+    if (MmfSetMraBufferElement(next.mra, index, next.record, next.record->data, bytes) != 0) {
+        report(channel->filter, "a container does not take its buffer");
+        return MM_STATUS_ERROR;
+    }
+    next.record = nullptr;  // the container's from now on
+    return MM_STATUS_PLAYING;
 }
 
-int next_buffer(kel_channel* channel, mmf_mra** out) {
-    if (!channel || !out) return MM_STATUS_ERROR;
+int deliver(kel_channel* channel, mmf_mra** out) {
     source_channel& own = channel_of(channel);
     {
         std::lock_guard lock(own.mutex);
         if (const int status = outlook(channel); status != MM_STATUS_PLAYING) return status;
     }
-    mmf_mra* mra = nullptr;
-    if (!own.mra_pool || MmfAcquireMra(own.mra_pool, &mra, 1) != 0) {
+    delivery next(own);
+    if (!own.mra_pool || MmfAcquireMra(own.mra_pool, &next.mra, 1) != 0) {
         report(channel->filter, "every container of the channel is out");
         return MM_STATUS_ERROR;
     }
-    kel_mmf_buffer* record = wait_for_buffer(channel->filter, own);
-    int result = MM_STATUS_FLUSHED;
-    if (record) {
-        std::lock_guard lock(own.mutex);
-        result = no_throw(static_cast<int>(MM_STATUS_ERROR), [&] { return deliver(channel, mra, record); });
-    }
-    if (result == MM_STATUS_PLAYING) {
-        *out = mra;
-    } else {
-        if (record) own.allocator->release_buffer(record);
-        MmfReleaseMra(mra);
-    }
-    return result;
+    next.record = wait_for_buffer(channel->filter, own);
+    if (!next.record) return MM_STATUS_FLUSHED;
+    std::lock_guard lock(own.mutex);
+    const int status = fill_container(channel, next);
+    if (status == MM_STATUS_PLAYING) *out = std::exchange(next.mra, nullptr);
+    return status;
+}
+
+int next_buffer(kel_channel* channel, mmf_mra** out) {
+    if (!channel || !out) return MM_STATUS_ERROR;
+    return no_throw<int>(MM_STATUS_ERROR, [&] { return deliver(channel, out); });
 }
 
 int set_status(kel_filter* filter, int status) {
@@ -388,8 +404,7 @@ int get_unit(kel_filter*) {
     return 2;
 }
 
-int seek(kel_filter* filter, uint32_t, uint64_t position) {
-    if (!filter) return EINVAL;
+int seek_channels(kel_filter* filter, uint64_t position) {
     source_state& state = state_of(filter);
     int result = 0;
     for (const auto& own : state.channels) {
@@ -406,6 +421,10 @@ int seek(kel_filter* filter, uint32_t, uint64_t position) {
     int ended = MM_STATUS_END_OF_STREAM;
     state.status.compare_exchange_strong(ended, MM_STATUS_PLAYING);
     return result;
+}
+
+int seek(kel_filter* filter, uint32_t, uint64_t position) {
+    return filter ? no_throw(ENOMEM, [&] { return seek_channels(filter, position); }) : EINVAL;
 }
 
 int iterate_events(kel_filter* filter, int* type, int* cursor) {

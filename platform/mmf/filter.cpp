@@ -18,7 +18,10 @@ void post_event(kel_filter* filter, int type, const char* text) {
     if (!graph) return;
     std::lock_guard lock(graph->event_mutex);
     if (graph->events.size() == most_events) graph->events.pop_front();
-    graph->events.push_back({filter, type, text ? text : ""});
+    platform::mmf::no_throw(false, [&] {
+        graph->events.push_back({filter, type, text ? text : ""});
+        return true;
+    });
 }
 
 void listen_to_events(kel_filter* filter) {
@@ -70,9 +73,16 @@ kel_filter* MmCreateFilter(mm_graph* graph, const AOHandle_t* handle) {
         errno = ENOMEM;
         return nullptr;
     }
-    {
+    const bool known = platform::mmf::no_throw(false, [&] {
+        if (graph) graph->filters.reserve(graph->filters.size() + 1);
         std::lock_guard lock(mutex);
         records.push_back({filter, handle, graph});
+        return true;
+    });
+    if (!known) {
+        table->destroy(filter);
+        errno = ENOMEM;
+        return nullptr;
     }
     if (graph) graph->filters.push_back(filter);
     listen_to_events(filter);

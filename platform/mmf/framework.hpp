@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "mmf/no_throw.hpp"
+
 struct mm_graph {
     std::vector<kel_filter*>
         filters;  // in the order of their making: sources before what they feed, by custom

@@ -101,16 +101,18 @@ int get_element(const mmf_mra* handle, int index, int type, element& value) {
 
 int MmfAllocateMraPool(mmf_mra_pool** out, kel_channel* channel, int count, kel_channel* owner) {
     if (!out || !channel || !owner || count < 1 || count > most_containers) return EINVAL;
-    auto pool = std::make_unique<mmf_mra_pool>();
-    pool->channel = channel;
-    pool->owner = owner;
-    pool->containers.resize(static_cast<std::size_t>(count));
-    for (mmf_mra& mra : pool->containers) mra = {pool.get(), false, 0, {}};
-    std::lock_guard lock(mutex);
-    *out = pool.get();
-    const std::uintptr_t key = key_of(*pool);
-    pools.emplace(key, std::move(pool));
-    return 0;
+    return platform::mmf::no_throw(ENOMEM, [&] {
+        auto pool = std::make_unique<mmf_mra_pool>();
+        pool->channel = channel;
+        pool->owner = owner;
+        pool->containers.resize(static_cast<std::size_t>(count));
+        for (mmf_mra& mra : pool->containers) mra = {pool.get(), false, 0, {}};
+        mmf_mra_pool* handle = pool.get();
+        std::lock_guard lock(mutex);
+        pools.emplace(key_of(*pool), std::move(pool));
+        *out = handle;
+        return 0;
+    });
 }
 
 int MmfAcquireMra(mmf_mra_pool* handle, mmf_mra** out, int do_not_wait) {

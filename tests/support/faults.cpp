@@ -142,7 +142,8 @@ Faults::Faults(std::vector<FaultPoint> more) {
     hooks_.push_back(hook(tracked_mutex_destroy, "pthread_mutex_destroy"));
     hooks_.push_back(hook(faulty_cond_init, "pthread_cond_init"));
     hooks_.push_back(hook(tracked_cond_destroy, "pthread_cond_destroy"));
-    for (const FaultPoint& point : more) hooks_.emplace_back(point.function, point.replacement);
+    for (const FaultPoint& point : more)
+        hooks_.emplace_back(point.function, point.replacement, point.library);
 }
 
 Faults::~Faults() {

@@ -24,6 +24,7 @@ struct Fault {
 struct FaultPoint {
     const char* function;
     void* replacement;
+    const char* library = "libkel.so";  // whose calls
 };
 
 namespace detail {
