@@ -23,7 +23,7 @@ int control(mm_graph* graph, int (*mmf_control_interface::*callback)(kel_filter*
 }  // namespace
 
 mm_graph* MmCreateGraph() {
-    return new (std::nothrow) mm_graph;
+    return platform::mmf::no_throw<mm_graph*>(nullptr, [] { return new mm_graph; });
 }
 
 int MmDestroyGraph(mm_graph* graph) {

@@ -99,8 +99,8 @@ int pcm_stream::read(void* out, int frames, int64_t& pts) {
     while (!ended_ && ready() < frames) {
         if (decoder_->next() == stream_decoder::result::end)
             ended_ = true;
-        else
-            convert_frame();
+        else if (!convert_frame())
+            decoder_->leave_out("its samples cannot be converted");
     }
     const int given = std::min(ready(), frames);
     pts = base_pts_ + frames_since_base_ * 1000000 / format_.rate;

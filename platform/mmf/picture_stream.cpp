@@ -73,11 +73,13 @@ bool picture_stream::convert_frame(uint8_t* out, int stride) {
 }
 
 bool picture_stream::read(void* out, int stride, int64_t& pts) {
-    while (decoder_->next() == stream_decoder::result::frame)
+    while (decoder_->next() == stream_decoder::result::frame) {
         if (convert_frame(static_cast<uint8_t*>(out), stride)) {
             pts = decoder_->pts();
             return true;
         }
+        decoder_->leave_out("its picture cannot be converted");
+    }
     return false;
 }
 

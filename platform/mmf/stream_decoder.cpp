@@ -69,6 +69,10 @@ std::unique_ptr<stream_decoder> stream_decoder::open(const std::string& path, ki
     return decoder;
 }
 
+void stream_decoder::leave_out(const std::string& why) {
+    damage_ = std::to_string(++damaged_parts_) + " damaged parts left out: " + why;
+}
+
 // Hands the decoder its next packet. False when there is none and the decoder drains already.
 bool stream_decoder::send_next_packet() {
     for (int errors = 0; errors < most_errors_in_a_row;) {
@@ -86,11 +90,13 @@ bool stream_decoder::send_next_packet() {
         av_packet_unref(packet_);
         if (status >= 0) return true;
         ++errors;
-        damage_ = std::to_string(++damaged_parts_) + " damaged parts left out: " + error_text(status);
+        leave_out(error_text(status));
     }
     if (draining_) return false;
     draining_ = true;
-    return avcodec_send_packet(codec_, nullptr) >= 0;
+    const int status = avcodec_send_packet(codec_, nullptr);
+    if (status < 0) leave_out("what the decoder still held: " + error_text(status));
+    return status >= 0;
 }
 
 // Whether the decoder had a frame ready, or gave one after more packets.
@@ -100,7 +106,7 @@ bool stream_decoder::receive() {
         if (status >= 0) return true;
         if (status == AVERROR_EOF) return false;
         if (status != AVERROR(EAGAIN)) {
-            damage_ = std::to_string(++damaged_parts_) + " damaged parts left out: " + error_text(status);
+            leave_out(error_text(status));
             if (draining_) return false;
         }
         if (!send_next_packet()) return false;

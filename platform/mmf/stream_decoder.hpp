@@ -43,9 +43,10 @@ class stream_decoder {
     int64_t duration() const;   // microseconds; 0 when unknown
     double frame_rate() const;  // 0 when unknown
     int rotation() const;       // degrees clockwise to show the picture upright: 0, 90, 180, 270
-    const std::string& damage() const {
-        return damage_;
-    }  // what was left out so far, in words; empty: nothing
+
+    // What was left out so far, in words; empty: nothing.
+    const std::string& damage() const { return damage_; }
+    void leave_out(const std::string& why);  // one part more
 
   private:
     stream_decoder();

@@ -59,9 +59,9 @@ uint32_t sample_type(int bits) {
 void feed_audio(kel_context* context, kel_queue* queue, const MediaSpec& spec) {
     const int block = std::max(spec.rate / 20, 1);
     const kel_audio_format format = {spec.rate, spec.channels, sample_type(spec.bits)};
-    kel_buffer_pool* pool = kel_create_audio_buffer_pool(context, &format, static_cast<uint32_t>(block), 4);
+    kel_buffer_pool* pool = kel_create_audio_buffer_pool(context, &format, static_cast<uint32_t>(block), 6);
     const auto total = static_cast<int64_t>(spec.seconds * spec.rate);
-    for (int64_t done = 0; done < total; done += block) {
+    for (int64_t done = 0; done < total && pool; done += block) {
         kel_buffer* buffer = kel_acquire_buffer_wait(pool, 20000);
         if (!buffer) break;
         kel_slice* slice =
@@ -71,12 +71,12 @@ void feed_audio(kel_context* context, kel_queue* queue, const MediaSpec& spec) {
         if (!kel_queue_enqueue_with_timeout(queue, slice, 20000)) drop_slice(slice);
     }
     kel_queue_close(queue);
-    kel_destroy_buffer_pool_when_unused(pool);
+    if (pool) kel_destroy_buffer_pool_when_unused(pool);
 }
 
 void feed_video(kel_context* context, kel_queue* queue, const MediaSpec& spec) {
     const kel_video_format format = {SCREEN_FORMAT_NV12, 0x10E, spec.width, spec.height};
-    kel_buffer_pool* pool = kel_create_window_buffer_pool(context, &format, SCREEN_CHILD_WINDOW, 4);
+    kel_buffer_pool* pool = kel_create_window_buffer_pool(context, &format, SCREEN_CHILD_WINDOW, 6);
     const int total = static_cast<int>(std::lround(spec.seconds * spec.frame_rate));
     for (int n = 0; n < total && pool; ++n) {
         kel_buffer* buffer = kel_acquire_buffer_wait(pool, 20000);
@@ -87,7 +87,7 @@ void feed_video(kel_context* context, kel_queue* queue, const MediaSpec& spec) {
         if (!kel_queue_enqueue_with_timeout(queue, slice, 20000)) drop_slice(slice);
     }
     kel_queue_close(queue);
-    kel_destroy_buffer_pool_when_unused(pool);
+    if (pool) kel_destroy_buffer_pool_when_unused(pool);
 }
 
 }  // namespace
@@ -140,8 +140,12 @@ std::string error_of(kel_filter* filter) {
 
 std::string make_media(kel_context* context, const std::string& path, const MediaSpec& spec) {
     mm_graph* graph = MmCreateGraph();
-    kel_filter* reader = kel_create_reader_filter(graph);
-    kel_filter* sink = MmCreateFilter(graph, MmFileSink());
+    kel_filter* reader = graph ? kel_create_reader_filter(graph) : nullptr;
+    kel_filter* sink = graph ? MmCreateFilter(graph, MmFileSink()) : nullptr;
+    if (!reader || !sink) {
+        MmDestroyGraph(graph);
+        return "no filters";
+    }
     MmSetResource(reader, "KelContext", context);
     MmSetResource(sink, "Path", path.c_str());
     for (const auto& [name, text] : spec.texts) MmSetResource(sink, name.c_str(), text.c_str());
@@ -155,6 +159,7 @@ std::string make_media(kel_context* context, const std::string& path, const Medi
             set_integer(reader, name, value);
         if (MmConnect(graph, output_of(reader, 4), input_of(sink, 4)) != 0) error = "no audio connection";
         feeders.emplace_back(feed_audio, context, queue_of(reader, "AudioQueue"), spec);
+        if (spec.ahead) feeders.back().join();
     }
     if (spec.width > 0) {
         for (auto [name, value] : {std::pair{"VideoWidth", spec.width}, std::pair{"VideoHeight", spec.height},
@@ -163,12 +168,14 @@ std::string make_media(kel_context* context, const std::string& path, const Medi
         MmSetResource(reader, "VideoFormat", "NV12");
         if (MmConnect(graph, output_of(reader, 2), input_of(sink, 2)) != 0) error = "no video connection";
         feeders.emplace_back(feed_video, context, queue_of(reader, "VideoQueue"), spec);
+        if (spec.ahead) feeders.back().join();
     }
     MmStart(graph);
     MmResume(graph);
     if (error.empty() && run_sinks(graph) != MM_STATUS_END_OF_STREAM) error = error_of(sink) + " (not ended)";
     for (const char* name : {"AudioQueue", "VideoQueue"}) kel_queue_close(queue_of(reader, name));
-    for (std::thread& feeder : feeders) feeder.join();
+    for (std::thread& feeder : feeders)
+        if (feeder.joinable()) feeder.join();
     MmDestroyGraph(graph);
     return error;
 }

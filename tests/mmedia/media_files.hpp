@@ -1,6 +1,7 @@
 // Media files that tests make with the file sink, and what FFmpeg's libraries read in a file.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <kel.h>
 #include <mm/mmf.h>
 
@@ -9,6 +10,8 @@
 #include <map>
 #include <string>
 #include <vector>
+
+#include "mmedia/media_fixture.hpp"
 
 namespace kel_test {
 
@@ -20,6 +23,7 @@ struct MediaSpec {
     double frequency = 440, amplitude = 0.5;
     std::map<std::string, std::string> texts;  // resources of the sink
     std::map<std::string, int> numbers;
+    bool ahead = false;  // all of it is queued, by one thread, before the sink looks
 };
 
 // Luma at (x, y) of picture n of the pattern; its chroma is 128.
@@ -65,5 +69,48 @@ struct ReadMedia {
 // Peak signal to noise ratio in dB of the rows from `first_row` on.
 double psnr(const std::vector<uint8_t>& luma, int width, int first_row,
             const std::function<int(int, int)>& expected);
+
+// A file source with a writer behind it, whose channels the test reads.
+struct Playing {
+    mm_graph* graph = MmCreateGraph();
+    kel_filter* source = graph ? MmCreateFilter(graph, MmFileSource()) : nullptr;
+    kel_filter* writer = graph ? kel_create_writer_filter(graph) : nullptr;
+    kel_channel *audio = nullptr, *video = nullptr;
+    int opened = ENOMEM;
+
+    Playing(kel_context* context, const std::string& path, int bits = 16) {
+        if (!source || !writer) return;
+        set_integer(source, "AudioBitDepth", bits);
+        opened = MmSetResource(source, "Path", path.c_str());
+        MmSetResource(writer, "KelContext", context);
+        if (opened != 0) return;
+        kel_channel* sound = output_of(source, 4);
+        kel_channel* picture = output_of(source, 2);
+        set_integer(writer, "AudioChannelCount", sound != nullptr);
+        set_integer(writer, "VideoChannelCount", picture != nullptr);
+        if (sound) opened |= MmConnect(graph, sound, audio = input_of(writer, 4));
+        if (picture) opened |= MmConnect(graph, picture, video = input_of(writer, 2));
+        play();
+    }
+    ~Playing() { MmDestroyGraph(graph); }
+    void play() {
+        MmStart(graph);
+        MmResume(graph);
+    }
+
+    struct Totals {
+        int64_t frames = 0;
+        int pictures = 0;
+    };
+    // Reads both channels to their ends.
+    Totals drain() {
+        Totals totals;
+        kel_slice slice;
+        while (audio && kel_writer_read_slice(audio, &slice) == 0)
+            if (slice.buffer) totals.frames += slice.spec.audio.nsamples;
+        while (video && kel_writer_read_slice(video, &slice) == 0) totals.pictures += slice.buffer != nullptr;
+        return totals;
+    }
+};
 
 }  // namespace kel_test

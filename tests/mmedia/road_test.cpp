@@ -81,48 +81,6 @@ TEST_F(Media, SinkWritesEveryKindOfFile) {
     }
 }
 
-// A file source with a writer behind it, whose channels the test reads.
-struct Playing {
-    mm_graph* graph = MmCreateGraph();
-    kel_filter* source = MmCreateFilter(graph, MmFileSource());
-    kel_filter* writer = kel_create_writer_filter(graph);
-    kel_channel *audio = nullptr, *video = nullptr;
-    int opened;
-
-    Playing(kel_context* context, const std::string& path, int bits = 16) {
-        set_integer(source, "AudioBitDepth", bits);
-        opened = MmSetResource(source, "Path", path.c_str());
-        MmSetResource(writer, "KelContext", context);
-        if (opened != 0) return;
-        kel_channel* sound = output_of(source, 4);
-        kel_channel* picture = output_of(source, 2);
-        set_integer(writer, "AudioChannelCount", sound != nullptr);
-        set_integer(writer, "VideoChannelCount", picture != nullptr);
-        if (sound) opened |= MmConnect(graph, sound, audio = input_of(writer, 4));
-        if (picture) opened |= MmConnect(graph, picture, video = input_of(writer, 2));
-        play();
-    }
-    ~Playing() { MmDestroyGraph(graph); }
-    void play() {
-        MmStart(graph);
-        MmResume(graph);
-    }
-
-    struct Totals {
-        int64_t frames = 0;
-        int pictures = 0;
-    };
-    // Reads both channels to their ends.
-    Totals drain() {
-        Totals totals;
-        kel_slice slice;
-        while (audio && kel_writer_read_slice(audio, &slice) == 0)
-            if (slice.buffer) totals.frames += slice.spec.audio.nsamples;
-        while (video && kel_writer_read_slice(video, &slice) == 0) totals.pictures += slice.buffer != nullptr;
-        return totals;
-    }
-};
-
 struct Road {
     kel_context* context;
     kel_queue *audio_queue, *video_queue;
