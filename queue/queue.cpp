@@ -173,7 +173,7 @@ void clear(kel_queue& queue) {
     queue.head = queue.tail = queue.spare = nullptr;
     queue.spare_count = 0;
     kel::write_for_unlocked(queue.size, 0U);
-    if (queue.limit != 0) wake_all(queue.full_cond, queue.full_waiters);
+    wake_all(queue.full_cond, queue.full_waiters);  // nobody, where there is no limit
 }
 
 int enqueue(kel_queue* queue, void* data, int32_t timeout_ms) {
@@ -191,7 +191,7 @@ int enqueue(kel_queue* queue, void* data, int32_t timeout_ms) {
     (queue->tail ? queue->tail->next : queue->head) = node;
     queue->tail = node;
     kel::write_for_unlocked(queue->size, queue->size + 1);
-    if (queue->size == 1) wake_all(queue->empty_cond, queue->empty_waiters);
+    if (queue->empty_waiters != 0 && queue->size == 1) pthread_cond_broadcast(&queue->empty_cond);
     return 1;
 }
 
@@ -209,7 +209,8 @@ int dequeue(kel_queue* queue, void** data_out, int32_t timeout_ms) {
     if (!queue->head) queue->tail = nullptr;
     kel::write_for_unlocked(queue->size, queue->size - 1);
     give_node_back(*queue, node);
-    if (queue->limit != 0 && queue->size == queue->limit - 1) wake_all(queue->full_cond, queue->full_waiters);
+    if (queue->full_waiters != 0 && queue->size == queue->limit - 1)
+        pthread_cond_broadcast(&queue->full_cond);
     return 1;
 }
 
