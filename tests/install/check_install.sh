@@ -1,8 +1,8 @@
 #!/bin/sh
-# check_install.sh BUILD_FOLDER SOURCE: installs into an empty prefix, moves it, and builds and runs the program once
-# with pkg-config's flags and once with find_package(kel).
+# check_install.sh BUILD_FOLDER SOURCE DRAWING_SOURCE: installs into an empty prefix, moves it, builds and runs both
+# programs with pkg-config's flags, and the first one with find_package(kel) too.
 set -eu
-build=$1 source=$2
+build=$1 source=$2 drawing=$3
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cmake --install "$build" --prefix "$work/first" >/dev/null
@@ -10,10 +10,12 @@ mv "$work/first" "$work/moved" # nothing may depend on the place that was named 
 
 PKG_CONFIG_PATH=$(dirname "$(find "$work/moved" -name kel.pc)")
 export PKG_CONFIG_PATH
-# shellcheck disable=SC2046
-cc -std=c11 -Wall -Werror "$source" -o "$work/with-pkg-config" $(pkg-config --cflags --libs kel) \
-    -Wl,-rpath,"$(pkg-config --variable=libdir kel)"
-"$work/with-pkg-config"
+for program in "$source" "$drawing"; do
+    # shellcheck disable=SC2046
+    cc -std=c11 -Wall -Werror "$program" -o "$work/with-pkg-config" $(pkg-config --cflags --libs kel) \
+        -Wl,-rpath,"$(pkg-config --variable=libdir kel)"
+    "$work/with-pkg-config"
+done
 
 mkdir "$work/client"
 cat >"$work/client/CMakeLists.txt" <<CLIENT
