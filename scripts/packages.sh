@@ -25,6 +25,7 @@ packages_build=(
 # Builds and runs the tests on the host.
 packages_test=(
     abigail-tools
+    alsa-utils
     binutils
     ccache
     fonts-dejavu-core
@@ -37,6 +38,7 @@ packages_test=(
     libpng-dev
     mate-backgrounds
     python3
+    sound-theme-freedesktop
 )
 
 # clang's lock analysis, its bug finders and the formatter.

@@ -1,0 +1,341 @@
+// The media framework itself: filters, containers, connections and graphs, with filters that do what a test says.
+#include <gtest/gtest.h>
+#include <mm/mmf.h>
+
+#include <cerrno>
+#include <functional>
+#include <thread>
+#include <vector>
+
+#include "support/log_capture.hpp"
+#include "support/threads.hpp"
+
+namespace {
+
+// What the fake filters answer, and what was asked of them.
+struct Script {
+    int acquire_output = 0, acquire_input = 0, verify = 0, accept = MM_FORMAT_ACCEPTED;
+    int set_output = 0, set_input = 0, connect = 0, pool = 0, output_pool = 0, input_pool = 0;
+    int control = 0, status = MM_STATUS_STOPPED, process = MM_STATUS_PLAYING, seek = 0;
+    bool has_filter = true;
+    std::vector<std::string> calls;
+    int pools = 0, released = 0;
+    mmf_event_poster poster = nullptr;
+    mmf_mra_pool* containers = nullptr;
+} script;
+
+int note(const char* call, int result) {
+    script.calls.push_back(call);
+    return result;
+}
+
+kel_filter* create() {
+    if (!script.has_filter) return nullptr;
+    static char name[] = "fake";
+    auto* filter = new kel_filter{2, name, new kel_channel[1]{}, new kel_channel[1]{}, nullptr, {}};
+    for (kel_channel* channel : {filter->inputs, filter->outputs}) {
+        channel->filter = filter;
+        channel->name = name;
+        channel->format.media_type = MM_MEDIA_AUDIO;
+    }
+    return filter;
+}
+
+int destroy(kel_filter* filter) {
+    delete[] filter->inputs;
+    delete[] filter->outputs;
+    delete filter;
+    return 0;
+}
+
+kel_channel* outputs(kel_filter* filter, int* cursor) {
+    return (*cursor)++ == 0 ? filter->outputs : nullptr;
+}
+kel_channel* inputs(kel_filter* filter, int* cursor) {
+    return (*cursor)++ == 0 ? filter->inputs : nullptr;
+}
+
+int set_flag(kel_channel* channel, const char* call, int result) {
+    if (result == 0) channel->flags |= MM_CHANNEL_ACQUIRED;
+    return note(call, result);
+}
+int clear_flag(kel_channel* channel, const char* call) {
+    channel->flags &= ~static_cast<uint32_t>(MM_CHANNEL_ACQUIRED);
+    return note(call, 0);
+}
+
+const mmf_output_interface output_table = {
+    outputs,
+    [](kel_channel* c) { return set_flag(c, "acquire_output", script.acquire_output); },
+    [](kel_channel* c) { return clear_flag(c, "release_output"); },
+    [](kel_channel*, kel_channel_format* format, int* cursor) {
+        format->media_type = MM_MEDIA_AUDIO;
+        return (*cursor)++ < 3 ? 1 : 0;
+    },
+    [](kel_channel*, const kel_channel_format*, const kel_channel_format*) {
+        return note("verify", script.verify);
+    },
+    [](kel_channel* c, const kel_channel_format*) {
+        c->flags |= MM_CHANNEL_OUTPUT_SET;
+        return note("set_output", script.set_output);
+    },
+    [](kel_channel*, mmf_mra**) { return 0; },
+    [](kel_channel* c, const kel_allocator_interface*, kel_mmf_pool*) {
+        EXPECT_EQ(MmfAllocateMraPool(&script.containers, c, 2, c), 0);
+        return note("output_pool", script.output_pool);
+    },
+};
+const mmf_input_interface input_table = {
+    inputs,
+    [](kel_channel* c) { return set_flag(c, "acquire_input", script.acquire_input); },
+    [](kel_channel* c) { return clear_flag(c, "release_input"); },
+    [](kel_channel*, kel_channel_format*, int, int*) { return note("accept", script.accept); },
+    [](kel_channel* c, const kel_channel_format*) {
+        c->flags |= MM_CHANNEL_INPUT_SET;
+        return note("set_input", script.set_input);
+    },
+    [](kel_channel*, const mmf_output_interface*) { return note("connect", script.connect); },
+    [](kel_channel*, const kel_allocator_interface*, kel_mmf_pool*) {
+        return note("input_pool", script.input_pool);
+    },
+};
+kel_allocator_interface allocator_table = {
+    [](kel_mmf_pool** pool, kel_channel* channel, const kel_mmf_pool_attributes*) {
+        EXPECT_NE(channel->connection, nullptr);
+        if (script.pool == 0) *pool = new kel_mmf_pool{}, ++script.pools;
+        return note("pool", script.pool);
+    },
+    [](kel_mmf_pool* pool) {
+        delete pool;
+        --script.pools;
+        return note("free_pool", 0);
+    },
+    nullptr,
+    nullptr,
+    nullptr,
+    nullptr,
+    [](kel_mmf_buffer*) { return ++script.released, 0; },
+    nullptr,
+    nullptr};
+const mmf_filter_interface filter_table = {create, destroy};
+const mmf_control_interface control_table = {[](kel_filter*) { return note("start", script.control); },
+                                             [](kel_filter*) { return note("stop", script.control); },
+                                             [](kel_filter*) { return note("pause", script.control); },
+                                             [](kel_filter*) { return note("resume", script.control); },
+                                             [](kel_filter*) { return script.status; }};
+const mmf_seeker_interface seeker_table = {[](kel_filter*) { return 2; },
+                                           [](kel_filter*, uint32_t unit, uint64_t pts) {
+                                               EXPECT_TRUE(unit == 2 && pts == 77);
+                                               return note("seek", script.seek);
+                                           }};
+const mmf_event_interface event_table = {
+    [](kel_filter*, int* type, int* cursor) { return (*type = MM_EV_ERR, (*cursor)++ == 0) ? 0 : -1; },
+    [](kel_filter*, mmf_event_poster poster) { return script.poster = poster, 0; },
+    [](kel_filter*, int) { return note("enable", 0); }};
+const mmf_sink_interface sink_table = {[](kel_filter*) { return script.process; }};
+
+const AOInterface_t whole[] = {{"Name", 1, "fake"},
+                               {"MediaFilter", 110, &filter_table},
+                               {"MediaOutput", 101, &output_table},
+                               {"MediaInput", 101, &input_table},
+                               {"MediaMemoryAllocator", 121, &allocator_table},
+                               {"MediaControl", 101, &control_table},
+                               {"MediaSeeker", 102, &seeker_table},
+                               {"MediaEventProducer", 100, &event_table},
+                               {"MediaSink", 100, &sink_table},
+                               {nullptr, 0, nullptr}};
+const AOInterface_t bare[] = {{"Name", 1, "bare"}, {nullptr, 0, nullptr}};
+
+class Framework : public ::testing::Test {
+  protected:
+    Framework() {
+        script = {};
+        static const AOHandle_t* const registered = AoAddStatic(whole);
+        handle = registered;
+        graph = MmCreateGraph();
+        source = MmCreateFilter(graph, handle);
+        sink = MmCreateFilter(graph, handle);
+    }
+    ~Framework() override {
+        EXPECT_EQ(MmDestroyGraph(graph), 0);
+        EXPECT_EQ(script.pools, 0);
+    }
+    int join() { return MmConnect(graph, source->outputs, sink->inputs); }
+
+    const AOHandle_t* handle;
+    mm_graph* graph;
+    kel_filter *source, *sink;
+};
+
+TEST_F(Framework, ChecksItsArguments) {
+    kel_channel stranger{};
+    mm_graph* other = MmCreateGraph();
+    kel_filter* alone = MmCreateFilter(nullptr, handle);
+    static const AOHandle_t* const no_maker = AoAddStatic(bare);
+    EXPECT_EQ(MmCreateFilter(graph, no_maker), nullptr);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(MmCreateFilter(graph, nullptr), nullptr);
+    script.has_filter = false;
+    EXPECT_EQ(MmCreateFilter(graph, handle), nullptr);
+    EXPECT_EQ(errno, ENOMEM);
+    const std::pair<int, int> rows[] = {
+        {MmConnect(nullptr, source->outputs, sink->inputs), EINVAL},
+        {MmConnect(graph, nullptr, sink->inputs), EINVAL},
+        {MmConnect(graph, &stranger, sink->inputs), EINVAL},
+        {MmConnect(graph, source->outputs, &stranger), EINVAL},
+        {MmConnect(other, source->outputs, sink->inputs), EINVAL},
+        {MmDestroyFilter(source), EINVAL},  // the graph's
+        {MmDestroyFilter(nullptr), EINVAL},
+        {MmDestroyGraph(nullptr), EINVAL},
+        {MmStart(nullptr), EINVAL},
+        {MmSeek(nullptr, 0), EINVAL},
+        {MmGetStatus(nullptr), MM_STATUS_STOPPED},
+        {MmProcess(nullptr), MM_STATUS_ERROR},
+        {MmProcess(other), MM_STATUS_ERROR},  // nothing to process
+        {MmSetResource(source, "Path", "x"), EINVAL},
+        {MmFindResource(source, "Path") != nullptr, 0},
+        {MmDestroyFilter(alone), 0},
+        {MmDestroyFilter(alone), EINVAL},
+        {MmDestroyGraph(other), 0},
+    };
+    for (const auto& row : rows) EXPECT_EQ(row.first, row.second) << &row - rows;
+    EXPECT_EQ(MmGetFilterInterface(source, "MediaInput"), &input_table);
+    EXPECT_EQ(MmGetFilterInterface(source, "Nothing"), nullptr);
+    EXPECT_EQ(errno, ESRCH);
+    EXPECT_EQ(MmGetFilterInterface(alone, "MediaInput"), nullptr);
+    EXPECT_EQ(errno, EINVAL);
+}
+
+TEST_F(Framework, ConnectsWholeOrNotAtAll) {
+    const std::tuple<int Script::*, int, int, const char*> failures[] = {
+        {&Script::acquire_output, 1, EBUSY, "acquire_output"},
+        {&Script::acquire_input, 1, EBUSY, "release_output"},
+        {&Script::accept, 0, ENOTSUP, "release_output"},
+        {&Script::verify, 100, ENOTSUP, "release_output"},
+        {&Script::set_output, 1, ENOTSUP, "release_output"},
+        {&Script::set_input, 1, ENOTSUP, "release_output"},
+        {&Script::connect, 1, EINVAL, "release_output"},
+        {&Script::pool, 12, 12, "release_output"},
+        {&Script::output_pool, 5, 5, "release_output"},
+        {&Script::input_pool, 6, 6, "release_output"}};
+    for (auto [step, answer, result, last] : failures) {
+        script = {};
+        script.*step = answer;
+        EXPECT_EQ(join(), result);
+        EXPECT_EQ(script.calls.back(), last);
+        EXPECT_EQ(script.pools, 0);
+        for (kel_channel* channel : {source->outputs, sink->inputs}) {
+            EXPECT_EQ(channel->flags, 0u);
+            EXPECT_TRUE(!channel->connection && !channel->peer);
+        }
+    }
+    script = {};
+    EXPECT_EQ(join(), 0);
+    const std::vector<std::string> order = {"acquire_output", "acquire_input", "accept",  "verify",
+                                            "set_output",     "set_input",     "connect", "pool",
+                                            "output_pool",    "input_pool"};
+    EXPECT_EQ(script.calls, order);
+    EXPECT_TRUE(source->outputs->peer == sink->inputs && sink->inputs->peer == source->outputs);
+    EXPECT_EQ(join(), EBUSY);
+}
+
+TEST_F(Framework, HandsContainersOutAndBack) {
+    ASSERT_EQ(join(), 0);
+    mmf_mra *first = nullptr, *second = nullptr, *third = nullptr;
+    ASSERT_EQ(MmfAcquireMra(script.containers, &first, 1), 0);
+    ASSERT_EQ(MmfAcquireMra(script.containers, &second, 0), 0);
+    EXPECT_EQ(MmfAcquireMra(script.containers, &third, 1), EAGAIN);
+    EXPECT_EQ(MmfAcquireMra(nullptr, &third, 1), EINVAL);
+    EXPECT_EQ(MmfAcquireMra(script.containers, nullptr, 1), EINVAL);
+
+    kel_mmf_buffer record{};
+    int type = 0;
+    uint32_t value = 0, size = 0;
+    uint16_t value16 = 0;
+    kel_mmf_buffer* got = nullptr;
+    void* data = nullptr;
+    const std::pair<int, int> rows[] = {
+        {MmfSetMraPropertyElement(first, 1, 15, 1, 2), EINVAL},  // not the next index
+        {MmfSetMraPropertyElement(first, 0, 15, 1, 2), 0},
+        {MmfSetMraPropertyElement(nullptr, 1, 15, 1, 2), EINVAL},
+        {MmfSetMraBufferElement(first, 1, nullptr, nullptr, 0), EINVAL},
+        {MmfSetMraBufferElement(first, 1, &record, &record, 9), 0},
+        {MmfGetMraElementType(first, 0, &type), 0},
+        {MmfGetMraElementType(first, 2, &type), ENOENT},
+        {MmfGetMraElementType(first, -1, &type), EINVAL},
+        {MmfGetMraElementType(first, 0, nullptr), EINVAL},
+        {MmfGetMraPropertyElement(first, 1, &type, &value, &value16), EINVAL},  // a buffer
+        {MmfGetMraBufferElement(first, 0, &got, &data, &size), EINVAL},         // a property
+        {MmfGetMraPropertyElement(first, 0, &type, &value, &value16), 0},
+        {MmfGetMraBufferElement(first, 1, &got, &data, &size), 0},
+        {MmfReleaseMra(reinterpret_cast<mmf_mra*>(&record)), EINVAL},
+    };
+    for (const auto& row : rows) EXPECT_EQ(row.first, row.second) << &row - rows;
+    EXPECT_TRUE(type == 15 && value == 1 && value16 == 2 && got == &record && data == &record && size == 9);
+
+    std::thread late([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_EQ(MmfReleaseMra(first), 0);
+    });
+    EXPECT_EQ(MmfAcquireMra(script.containers, &third, 0), 0);
+    late.join();
+    EXPECT_EQ(script.released, 1);
+    EXPECT_EQ(MmfGetMraElementType(third, 0, &type), ENOENT);  // it comes empty
+    EXPECT_EQ(MmfReleaseMra(second), 0);
+    EXPECT_EQ(MmfReleaseMra(second), EINVAL);
+    // One that is out when the connection ends is freed with its release; its buffer went with its pool.
+    EXPECT_EQ(MmfSetMraBufferElement(third, 0, &record, &record, 9), 0);
+    MmDestroyGraph(graph);
+    EXPECT_EQ(MmfReleaseMra(third), 0);
+    EXPECT_EQ(MmfReleaseMra(third), EINVAL);
+    EXPECT_EQ(script.released, 1);
+    graph = MmCreateGraph();
+    kel_channel channel{};
+    mmf_mra_pool* pool = nullptr;
+    for (int count : {0, -1, 1 << 20})
+        EXPECT_EQ(MmfAllocateMraPool(&pool, &channel, count, &channel), EINVAL);
+}
+
+TEST_F(Framework, ControlsEveryFilter) {
+    const std::pair<int (*)(mm_graph*), const char*> controls[] = {
+        {MmStart, "start"},
+        {MmStop, "stop"},
+        {MmPause, "pause"},
+        {MmResume, "resume"},
+        {[](mm_graph* g) { return MmSeek(g, 77); }, "seek"}};
+    for (auto [control, name] : controls)
+        for (int result : {0, 5}) {
+            script.calls.clear();
+            script.control = script.seek = result;
+            EXPECT_EQ(control(graph), result);
+            EXPECT_EQ(script.calls, (std::vector<std::string>{name, name}));
+        }
+    for (int status :
+         {MM_STATUS_PLAYING, MM_STATUS_PAUSED, MM_STATUS_END_OF_STREAM, MM_STATUS_ERROR, MM_STATUS_STOPPED}) {
+        script.status = script.process = status;
+        EXPECT_EQ(MmGetStatus(graph), status);
+        EXPECT_EQ(MmProcess(graph), status);
+    }
+    script.status = MM_STATUS_PAUSE_PENDING;
+    EXPECT_EQ(MmGetStatus(graph), MM_STATUS_STOPPED);
+}
+
+TEST_F(Framework, KeepsEvents) {
+    kel_filter* from = nullptr;
+    int type = 0;
+    char text[6];
+    EXPECT_EQ(MmNextEvent(graph, &from, &type, text, sizeof text), ENOENT);
+    EXPECT_EQ(MmNextEvent(graph, nullptr, &type, text, sizeof text), EINVAL);
+    for (int i = 0; i < 70; ++i) script.poster(sink, MM_EV_ERR, std::to_string(1000000 + i).c_str());
+    script.poster(source, MM_EV_ERR, nullptr);
+    for (int i = 7; i < 70; ++i) {  // the newest 64
+        ASSERT_EQ(MmNextEvent(graph, &from, &type, text, sizeof text), 0);
+        EXPECT_TRUE(from == sink && type == MM_EV_ERR);
+        EXPECT_STREQ(text, "10000");
+    }
+    EXPECT_EQ(MmNextEvent(graph, &from, &type, nullptr, 0), 0);
+    EXPECT_EQ(from, source);
+    EXPECT_EQ(MmNextEvent(graph, &from, &type, text, sizeof text), ENOENT);
+}
+
+}  // namespace
