@@ -173,23 +173,6 @@ TEST_F(Video, BlitsAndFillsAskScreenForTheRightThing) {
     EXPECT_EQ(last_request.context, nullptr);
 }
 
-TEST_F(Video, APictureOf4To3StandsBetweenBars) {
-    const kel_slice src = make_slice(SCREEN_FORMAT_RGBA8888, 40, 30),
-                    dst = make_slice(SCREEN_FORMAT_RGBA8888, 160, 90);
-    ASSERT_EQ(kel_fill_video(&src, 0xff00ff00u, nullptr), 0);
-    ASSERT_EQ(kel_fill_video(&dst, 0xff000000u, nullptr), 0);
-    ASSERT_EQ(kel_blit_video_inside(&src, &dst, 255, SCREEN_QUALITY_NORMAL, SCREEN_TRANSPARENCY_NONE), 0);
-    ASSERT_EQ(screen_flush_blits(context->screen_context, SCREEN_WAIT_IDLE), 0);
-    for (int y = 0; y < 90; ++y) {
-        const auto* row = static_cast<const uint8_t*>(dst.buffer->ptr) + y * dst.buffer->stride;
-        for (int x = 0; x < 160; ++x) {
-            uint32_t pixel;
-            memcpy(&pixel, row + x * 4, 4);
-            ASSERT_EQ(pixel, x >= 20 && x < 140 ? 0xff00ff00u : 0xff000000u) << x << ' ' << y;
-        }
-    }
-}
-
 Bytes png(int width, int height) {
     Bytes bgra;
     for (int i = 0; i < width * height; ++i) {
