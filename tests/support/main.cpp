@@ -4,9 +4,9 @@
 
 #include "support/threads.hpp"
 
-// The software rasteriser's own threads meet in ways that the thread sanitizer cannot see.
+// The threads of the software rasteriser and of FFmpeg's codecs meet in ways that the thread sanitizer cannot see.
 extern "C" const char* __tsan_default_suppressions() {
-    return "race:swrast_dri.so\n";
+    return "race:swrast_dri.so\nrace:libavcodec.so\nrace:libavutil.so\nrace:libx264.so\n";
 }
 
 int main(int argc, char** argv) {
