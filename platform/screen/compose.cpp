@@ -66,23 +66,26 @@ uint32_t premultiplied(uint32_t pixel) {
 
 constexpr uint32_t opaque_alpha = 0xff000000;
 
+template <typename Change>
+void change_pixels(const rgb_view& view, Change change) {
+    for (int y = 0; y < view.height; ++y) {
+        uint32_t* row = view.row(y);
+        for (int x = 0; x < view.width; ++x) row[x] = change(row[x]);
+    }
+}
+
 // Straight pixels to premultiplied ones, with transparent black for what the style leaves out.
 void prepare(const rgb_view& view, const drawing_style& style) {
     const uint32_t left_out = style.color | opaque_alpha;
-    for (int y = 0; y < view.height; ++y) {
-        uint32_t* row = view.row(y);
-        for (uint32_t* pixel = row; pixel < row + view.width; ++pixel) {
-            switch (style.transparency) {
-                case SCREEN_TRANSPARENCY_TEST:
-                    *pixel = *pixel >> 24 ? *pixel | opaque_alpha : 0;
-                    break;
-                case SCREEN_TRANSPARENCY_SOURCE_COLOR:
-                    *pixel = (*pixel | opaque_alpha) != left_out ? *pixel | opaque_alpha : 0;
-                    break;
-                default:
-                    *pixel = premultiplied(*pixel);
-            }
-        }
+    switch (style.transparency) {
+        case SCREEN_TRANSPARENCY_TEST:
+            return change_pixels(view, [](uint32_t p) { return p >> 24 ? p | opaque_alpha : 0; });
+        case SCREEN_TRANSPARENCY_SOURCE_COLOR:
+            return change_pixels(view, [left_out](uint32_t p) {
+                return (p | opaque_alpha) != left_out ? p | opaque_alpha : 0;
+            });
+        default:
+            return change_pixels(view, premultiplied);
     }
 }
 
