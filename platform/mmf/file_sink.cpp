@@ -410,21 +410,10 @@ int get_status(kel_filter* filter) {
     return filter ? state_of(filter).status.load() : static_cast<int>(MM_STATUS_STOPPED);
 }
 
-int iterate_events(kel_filter* filter, int* type, int* cursor) {
-    if (!filter || !type || !cursor || *cursor != 0) return -1;
-    *cursor = 1;
-    *type = MM_EV_ERR;
-    return 0;
-}
-
 int set_event_poster(kel_filter* filter, mmf_event_poster poster) {
     if (!filter) return EINVAL;
     state_of(filter).poster = poster;
     return 0;
-}
-
-int enable_event(kel_filter* filter, int type) {
-    return filter && type == MM_EV_ERR ? 0 : -1;
 }
 
 constexpr mmf_filter_interface filter_table = {create, destroy};

@@ -12,16 +12,13 @@
 #include "mmf/file_filters.hpp"
 #include "mmf/pcm_stream.hpp"
 #include "mmf/picture_stream.hpp"
+#include "mmf/source_formats.hpp"
 
 namespace platform::mmf {
 namespace {
 
-constexpr int frames_per_buffer = 1024;
 constexpr int mras_per_channel = 50;
 constexpr int most_channels = 2;
-constexpr uint32_t audio_fourcc = 0x52415741;
-constexpr uint32_t video_fourcc = 'N' | 'V' << 8 | '1' << 16 | static_cast<uint32_t>('2') << 24;
-constexpr uint32_t own_stride_flag = 8;
 
 // One output and the stream behind it.
 struct source_channel {
@@ -108,27 +105,6 @@ int destroy(kel_filter* filter) {
     delete &state_of(filter);
     delete filter;
     return 0;
-}
-
-void add_audio(kel_channel_format& format, const pcm_format& pcm) {
-    format.media_type = MM_MEDIA_AUDIO;
-    format.fourcc = audio_fourcc;
-    format.audio.channels = pcm.channels;
-    format.audio.bits_per_sample = pcm.bits;
-    format.audio.rate = pcm.rate;
-    format.bit_rate = static_cast<uint32_t>(pcm.rate * pcm.channels * pcm.bits);
-    format.buffer_size = pcm.frame_bytes() * frames_per_buffer;
-}
-
-void add_video(kel_channel_format& format, const picture_stream& video) {
-    format.media_type = MM_MEDIA_VIDEO;
-    format.fourcc = video_fourcc;
-    format.video.width = video.width();
-    format.video.height = video.height();
-    format.video.bits_per_pixel = 12;
-    format.video.frame_rate = static_cast<int>(std::lround(video.decoder().frame_rate()));
-    format.buffer_size = video.width() * video.height() * 3 / 2;
-    format.flags = own_stride_flag;
 }
 
 // Opens the file anew for each stream; the outputs are those that can be decoded.
@@ -427,21 +403,10 @@ int seek(kel_filter* filter, uint32_t, uint64_t position) {
     return filter ? no_throw(ENOMEM, [&] { return seek_channels(filter, position); }) : EINVAL;
 }
 
-int iterate_events(kel_filter* filter, int* type, int* cursor) {
-    if (!filter || !type || !cursor || *cursor != 0) return -1;
-    *cursor = 1;
-    *type = MM_EV_ERR;
-    return 0;
-}
-
 int set_event_poster(kel_filter* filter, mmf_event_poster poster) {
     if (!filter) return EINVAL;
     state_of(filter).poster = poster;
     return 0;
-}
-
-int enable_event(kel_filter* filter, int type) {
-    return filter && type == MM_EV_ERR ? 0 : -1;
 }
 
 constexpr mmf_filter_interface filter_table = {create, destroy};

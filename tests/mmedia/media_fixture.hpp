@@ -54,6 +54,19 @@ class MediaTest : public ::testing::Test {
     kel_context* context;
 };
 
+// One filter of each kind, without a graph.
+class Filters : public MediaTest {
+  protected:
+    kel_filter* reader = kel_create_reader_filter(nullptr);
+    kel_filter* writer = kel_create_writer_filter(nullptr);
+    ~Filters() override {
+        MmDestroyFilter(reader);
+        MmDestroyFilter(writer);
+    }
+    const mmf_output_interface& outputs() { return table_of<mmf_output_interface>(reader, "MediaOutput"); }
+    const mmf_input_interface& inputs() { return table_of<mmf_input_interface>(writer, "MediaInput"); }
+};
+
 // Ends a slice from malloc: what a queue of slices throws away.
 inline void drop_slice(void* data) {
     auto* slice = static_cast<kel_slice*>(data);
