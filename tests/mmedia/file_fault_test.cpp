@@ -30,6 +30,10 @@ void* failing_new_nothrow(std::size_t size, const std::nothrow_t& nothrow) noexc
     return detail::passes("operator new, nothrow") ? ::operator new(size, nothrow) : nullptr;
 }
 
+void* failing_new_array(std::size_t size, const std::nothrow_t& nothrow) noexcept {
+    return detail::passes("operator new[], nothrow") ? ::operator new[](size, nothrow) : nullptr;
+}
+
 int failing_rename(const char* from, const char* into) {
     if (detail::passes("rename")) return std::rename(from, into);
     errno = EACCES;
@@ -43,7 +47,7 @@ std::vector<FaultPoint> file_fault_points() {
     std::vector<FaultPoint> points = {
         {wide ? "_Znwm" : "_Znwj", reinterpret_cast<void*>(failing_new)},
         {wide ? "_ZnwmRKSt9nothrow_t" : "_ZnwjRKSt9nothrow_t", reinterpret_cast<void*>(failing_new_nothrow)},
-        {wide ? "_ZnamRKSt9nothrow_t" : "_ZnajRKSt9nothrow_t", reinterpret_cast<void*>(failing_new_nothrow)},
+        {wide ? "_ZnamRKSt9nothrow_t" : "_ZnajRKSt9nothrow_t", reinterpret_cast<void*>(failing_new_array)},
         KEL_FAULT_POINT(avformat_open_input, AVERROR(ENOMEM), ENOMEM),
         KEL_FAULT_POINT(avformat_find_stream_info, AVERROR(ENOMEM), ENOMEM),
         KEL_FAULT_POINT(avformat_seek_file, AVERROR(EIO), EIO),
