@@ -81,11 +81,10 @@ int main(int argc, char** argv) {
         const GLuint program = kel_get_video_filter_chain_program_index(chain);
         kel_video_filter_instance* first = kel_get_first_video_filter_instance(chain);
         Comparison frames(std::string(row.title) + ", 1280 by 720", {"ms a frame", 1e3}, 2);
-        frames.add(Role::subject, "the chain, buffer to buffer",
-                   scene.over_screen(program, true, false, [=] {
-                       kel_set_video_filter_param_value(first, 0, 0, 1);
-                       kel_apply_changed_video_filter_chain_params(chain);
-                   }));
+        frames.add(Role::subject, "the chain, buffer to buffer", scene.over_screen(program, true, false, [=] {
+            kel_set_video_filter_param_value(first, 0, 0, 1);
+            kel_apply_changed_video_filter_chain_params(chain);
+        }));
         frames.add(Role::subject, "the chain's shader, the driver's own texture and surface",
                    scene.bare(program, true));
         frames.add(Role::reference, "by hand, the driver's own texture and surface",

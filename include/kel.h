@@ -937,7 +937,8 @@ typedef struct kel_video_filter_param {
 static_assert(offsetof(kel_video_filter_param, name) == 0 && offsetof(kel_video_filter_param, type) == 4 &&
                   offsetof(kel_video_filter_param, count) == 8 &&
                   offsetof(kel_video_filter_param, precision) == 12 &&
-                  offsetof(kel_video_filter_param, min) == 16 && offsetof(kel_video_filter_param, max) == 48 &&
+                  offsetof(kel_video_filter_param, min) == 16 &&
+                  offsetof(kel_video_filter_param, max) == 48 &&
                   offsetof(kel_video_filter_param, default_) == 80,
               "layout");
 #endif
@@ -1024,7 +1025,8 @@ KEL_API GLuint kel_get_video_filter_chain_program_index(const kel_video_filter_c
 
 /* The instances in chain order; null at the end, and for null. */
 KEL_API kel_video_filter_instance* kel_get_first_video_filter_instance(const kel_video_filter_chain* chain);
-KEL_API kel_video_filter_instance* kel_get_next_video_filter_instance(const kel_video_filter_instance* instance);
+KEL_API kel_video_filter_instance* kel_get_next_video_filter_instance(
+    const kel_video_filter_instance* instance);
 KEL_API kel_video_filter* kel_get_video_filter_from_instance(const kel_video_filter_instance* instance);
 
 /*
@@ -1261,8 +1263,8 @@ KEL_API void _kel_build_shader(const kel_video_filter_chain* chain, const kel_vi
                                size_t* length);
 
 /* Writes a uniform's name, at most size - 2 characters and a NUL; returns its length. Thread-safety: any thread. */
-KEL_API int _kel_gen_param_name(const kel_video_filter_instance* instance, const kel_video_filter_param* param,
-                                char* buffer, size_t size);
+KEL_API int _kel_gen_param_name(const kel_video_filter_instance* instance,
+                                const kel_video_filter_param* param, char* buffer, size_t size);
 
 /* Framework colour code of a FOURCC (variant: 0 to 2), or 0. Thread-safety: any thread. */
 KEL_API uint32_t kel_fourcc_to_mmf_format(uint32_t fourcc, int32_t bits_per_pixel, uint32_t variant);
