@@ -103,6 +103,7 @@ int pcm_stream::read(void* out, int frames, int64_t& pts) {
             decoder_->leave_out("its samples cannot be converted");
     }
     const int given = std::min(ready(), frames);
+    if (given == 0) return 0;
     pts = base_pts_ + frames_since_base_ * 1000000 / format_.rate;
     const auto bytes = static_cast<size_t>(given) * static_cast<size_t>(format_.frame_bytes());
     std::memcpy(out, pending_.data() + taken_, bytes);
