@@ -25,7 +25,8 @@ class registry {
     template <typename... Arguments>
     Handle add(Arguments&&... arguments) {
         const auto handle = reinterpret_cast<Handle>(next_handle_value());
-        records_.emplace(handle, new Record{std::forward<Arguments>(arguments)...});
+        std::unique_ptr<Record> record(new Record{std::forward<Arguments>(arguments)...});
+        records_.emplace(handle, std::move(record));
         return handle;
     }
     Record* find(Handle handle) const {

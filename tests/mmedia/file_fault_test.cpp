@@ -40,6 +40,17 @@ int failing_rename(const char* from, const char* into) {
     return -1;
 }
 
+// As the real one: without a new scaler the old one is gone, too.
+SwsContext* failing_scaler(SwsContext* old, int width, int height, AVPixelFormat format, int to_width,
+                           int to_height, AVPixelFormat to_format, int flags, SwsFilter* from, SwsFilter* to,
+                           const double* parameters) {
+    if (detail::passes("sws_getCachedContext"))
+        return sws_getCachedContext(old, width, height, format, to_width, to_height, to_format, flags, from,
+                                    to, parameters);
+    sws_freeContext(old);
+    return nullptr;
+}
+
 constexpr bool wide = sizeof(std::size_t) == 8;
 
 // What the file filters call, and how it fails.
@@ -64,7 +75,7 @@ std::vector<FaultPoint> file_fault_points() {
         KEL_FAULT_POINT(swr_alloc_set_opts2, AVERROR(ENOMEM), ENOMEM),
         KEL_FAULT_POINT(swr_init, AVERROR(ENOMEM), ENOMEM),
         KEL_FAULT_POINT(swr_convert, AVERROR(ENOMEM), ENOMEM),
-        KEL_FAULT_POINT(sws_getCachedContext, nullptr, ENOMEM),
+        {"sws_getCachedContext", reinterpret_cast<void*>(failing_scaler)},
         KEL_FAULT_POINT(sws_scale, AVERROR(EINVAL), EINVAL),
         KEL_FAULT_POINT(av_audio_fifo_alloc, nullptr, ENOMEM),
         KEL_FAULT_POINT(av_audio_fifo_write, AVERROR(ENOMEM), ENOMEM),
