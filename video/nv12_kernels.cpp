@@ -66,6 +66,7 @@ Register load(const uint8_t* bytes) {
     return result;
 }
 
+#if defined(__AVX2__)
 // Bytes of a register by their places in another one.
 struct byte_places {
     alignas(64) uint8_t place[64];
@@ -77,6 +78,7 @@ constexpr byte_places green_places = [] {
     for (int i = 0; i < 64; ++i) places.place[i] = static_cast<uint8_t>(i % 2 ? 0x80 : (i & 12) + 1);
     return places;
 }();
+#endif
 
 // The registers of this level, and the few operations that know how wide they are.
 #if defined(__AVX512VBMI__) && defined(__AVX512VNNI__)
