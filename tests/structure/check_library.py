@@ -26,7 +26,7 @@ def exported_names(program, library):
     names = set()
     for line in readelf(program, "--dyn-syms", library).splitlines():
         fields = line.split()
-        if len(fields) == 8 and fields[0][:-1].isdigit() and fields[6] not in ("UND", "ABS"):
+        if len(fields) == 8 and fields[3] in ("FUNC", "OBJECT", "IFUNC", "TLS") and fields[6] not in ("UND", "ABS"):
             names.add(fields[7].split("@")[0])
     return names
 
