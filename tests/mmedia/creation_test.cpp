@@ -23,8 +23,10 @@ TEST_F(Filters, WriterPostsEvents) {
 
 TEST_F(Filters, CreationFailsWhole) {
     const auto points = framework_fault_points();
-    for (auto [make, who] : {std::pair{&kel_create_reader_filter, "kel_reader"},
-                             std::pair{&kel_create_writer_filter, "kel_writer"}}) {
+    for (const auto& row : {std::pair{&kel_create_reader_filter, "kel_reader"},
+                            std::pair{&kel_create_writer_filter, "kel_writer"}}) {
+        const auto make = row.first;
+        const char* const who = row.second;
         int locks = 0;
         sweep_faults(points, [&](const Fault* fault, LogCapture& log) {
             kel_filter* filter = make(nullptr);
