@@ -22,14 +22,14 @@ constexpr int most_channels = 2;
 
 // One output and the stream behind it.
 struct source_channel {
-    std::mutex mutex;  // guards the streams and the flags
+    std::mutex mutex;  // guards the streams and the discontinuity
     std::unique_ptr<pcm_stream> audio;
     std::unique_ptr<picture_stream> video;
     const kel_allocator_interface* allocator = nullptr;
     kel_mmf_pool* pool = nullptr;
     mmf_mra_pool* mra_pool = nullptr;
     bool discontinuity = false;
-    bool ended = false;
+    std::atomic<bool> ended{false};  // written under the lock, read by the other channel without it
 };
 
 struct source_state {
@@ -270,7 +270,10 @@ void end_channel(kel_filter* filter, source_channel& own) {
     if (!damage.empty()) report(filter, state_of(filter).path_text + ": " + damage);
     for (const auto& other : state_of(filter).channels)
         if (other.get() != &own && other->mra_pool && !other->ended) return;
-    state_of(filter).status = MM_STATUS_END_OF_STREAM;
+    int status = state_of(filter).status;
+    while (status != MM_STATUS_STOPPED &&
+           !state_of(filter).status.compare_exchange_weak(status, MM_STATUS_END_OF_STREAM)) {
+    }
 }
 
 // A free buffer, waited for until the filter is stopped: then null.
