@@ -11,6 +11,7 @@ packages_build=(
     libavformat-dev
     libavutil-dev
     libc6-dev
+    libcli11-dev
     libegl-dev
     libfreetype-dev
     libgles-dev
@@ -60,6 +61,7 @@ packages_arm_sysroot=(
     libavformat-dev
     libavutil-dev
     libc6-dev
+    libcli11-dev
     libegl-dev
     libegl-mesa0
     libfreetype-dev

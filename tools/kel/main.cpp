@@ -1,0 +1,44 @@
+// kel: the library's work from the command line.
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <iostream>
+
+#include "command_line.hpp"
+#include "failure.hpp"
+#include "log.hpp"
+
+namespace {
+
+// Runs what the command line asks for; the callbacks throw failure.
+int run(CLI::App& app, int argc, char** argv) {
+    try {
+        app.parse(argc, argv);
+        return kel_tool::exit_done;
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? kel_tool::exit_done : kel_tool::exit_usage;
+    } catch (const kel_tool::failure& error) {
+        std::cerr << "kel: " << error.what() << '\n';
+        return error.status();
+    } catch (const std::exception& error) {
+        std::cerr << "kel: " << error.what() << '\n';
+        return kel_tool::exit_failed;
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app("Decodes, mixes, filters, annotates and encodes media", "kel");
+    app.require_subcommand(1);
+    app.set_version_flag("--version", "kel " KEL_TOOL_VERSION);
+    app.failure_message(CLI::FailureMessage::simple);
+    int verbosity = 0;
+    app.add_flag_function(
+        "-v,--verbose", [&](std::int64_t count) { verbosity = static_cast<int>(count); },
+        "Show the library's log; twice or three times for more");
+    app.parse_complete_callback([&] { kel_tool::start_log(verbosity); });
+    app.fallthrough();
+    kel_tool::add_media_commands(app);
+    kel_tool::add_picture_commands(app);
+    return run(app, argc, argv);
+}
