@@ -7,10 +7,12 @@ void Gles::SetUp() {
     ASSERT_NE(context, nullptr);
     display = open_display();
     ASSERT_EQ(kel_gles_init(context, display), 0);
+    target = make_buffer(16, 8);
 }
 
 void Gles::TearDown() {
     EXPECT_EQ(glGetError(), GLenum{GL_NO_ERROR});
+    kel_release_buffer(target);
     kel_destroy_context(&context);
     screen_live_counts_t live;
     screen_get_live_counts(&live);

@@ -17,6 +17,7 @@ class Gles : public ::testing::Test {
 
     kel_context* context = nullptr;
     EGLDisplay display = EGL_NO_DISPLAY;
+    kel_buffer* target = nullptr;  // 16 x 8
 };
 
 inline kel_test::PixelRows rows_of(const kel_buffer* buffer) {
