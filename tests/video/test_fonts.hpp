@@ -9,7 +9,6 @@ namespace kel_test {
 struct TestFont {
     const char* name;
     std::string path;
-    bool kerning;  // has a `kern` table
 };
 
 // Outline fonts with and without kerning, a font of 1-bit bitmaps, and an outline font with spoilt glyphs.

@@ -1,27 +1,45 @@
-// A context with text state, frames, and the library's calls on them.
+// A context with text state, and frames with the library's calls on them.
 #pragma once
 
 #include <gtest/gtest.h>
+#include <kel.h>
 
 #include <cstring>
 #include <optional>
-#include <string>
-#include <vector>
+#include <ostream>
 
-#include "support/faults.hpp"
-#include "support/threads.hpp"
-#include "video/plain_text.hpp"
+#include "golden/golden.hpp"
+#include "video/test_fonts.hpp"
 
-using kel_test::LogCapture;
-using kel_test::Outcome;
-using kel_test::PlainText;
-using kel_test::Scene;
-
-inline constexpr int32_t width = 300;
-inline constexpr int32_t height = 120;
+inline constexpr int32_t width = 320;
+inline constexpr int32_t height = 160;
 inline constexpr kel_point whole = {width, height};
 
-// A frame for one thread, and the library's calls on it.
+// One text call. `clip` is the slice's width and height; with a box size, the text goes into a box at `at`.
+struct Scene {
+    const char* text;
+    kel_text_style style;
+    kel_point at = {0, 0};
+    kel_point clip = whole;
+    bool boxed = false;
+    kel_point box_size = {0, 0};
+};
+
+// What a text call gives besides pixels.
+struct Outcome {
+    int glyphs = 0;
+    kel_rect drawn = {-1, -1, -1, -1};  // when the call left it alone
+    bool operator==(const Outcome& other) const {
+        return glyphs == other.glyphs && memcmp(&drawn, &other.drawn, sizeof drawn) == 0;
+    }
+};
+
+inline void PrintTo(const Outcome& outcome, std::ostream* out) {
+    const kel_rect& r = outcome.drawn;
+    *out << outcome.glyphs << " glyphs in (" << r.x << ", " << r.y << ") " << r.width << " x " << r.height;
+}
+
+// A frame for one thread.
 class Frame {
   public:
     explicit Frame(kel_context* context) {
@@ -61,9 +79,3 @@ class Text : public ::testing::Test {
     kel_context* context = nullptr;
     std::optional<Frame> frame;
 };
-
-inline std::vector<std::string> errors(const LogCapture& log) {
-    std::vector<std::string> texts;
-    for (const auto& message : log.messages(2)) texts.push_back(message.text);
-    return texts;
-}

@@ -1,11 +1,5 @@
 // Text as pictures: sizes, alignments, boxes and edges of the frame. Marks and box outlines are drawn over the text.
-#include <gtest/gtest.h>
-#include <kel.h>
-
-#include <cstring>
-
-#include "golden/golden.hpp"
-#include "video/test_fonts.hpp"
+#include "video/text_fixture.hpp"
 
 namespace {
 
@@ -16,60 +10,48 @@ constexpr int tolerance = 0;
 constexpr int tolerance = 2;
 #endif
 
-class TextPictures : public ::testing::Test {
+class TextPictures : public Text {
   protected:
-    static constexpr int32_t width = 320;
-    static constexpr int32_t height = 160;
     void SetUp() override {
-        const kel_video_format format = {SCREEN_FORMAT_RGBA8888, SCREEN_USAGE_WRITE, width, height};
-        context = kel_create_context();
-        ASSERT_EQ(kel_text_init(context), 0);
-        buffer = kel_create_pixmap_buffer(context, &format);
-        ASSERT_NE(buffer, nullptr);
-        slice = kel_slice_for_buffer(buffer);
+        Text::SetUp();
+        memset(frame->slice.buffer->ptr, 0, frame->slice.buffer->size);
     }
-    void TearDown() override {
-        kel_release_buffer(buffer);
-        kel_destroy_context(&context);
-    }
-    void draw(const char* text, kel_point at, int32_t size, uint32_t color, int halign = KEL_TEXT_HALIGN_LEFT,
-              int valign = KEL_TEXT_VALIGN_BASELINE, const char* font = "dejavu") {
+    void draw(const char* text, kel_point at, int32_t size, uint32_t color, const char* font = "dejavu",
+              int halign = KEL_TEXT_HALIGN_LEFT, int valign = KEL_TEXT_VALIGN_BASELINE) {
         const kel_text_style style = {kel_test::test_font(font).c_str(), color, size, halign, valign};
-        EXPECT_GT(kel_text_draw(&slice, text, &at, &style, nullptr), 0) << text;
+        EXPECT_GT(frame->draw({text, style, at}).glyphs, 0) << text;
     }
     void draw_in(const char* text, kel_rect box, int halign, int valign) {
         const kel_text_style style = {kel_test::test_font("lato").c_str(), 0xFF2060C0, 0, halign, valign};
-        EXPECT_GT(kel_text_draw_in_bb(&slice, text, &box, &style, nullptr), 0) << text;
+        EXPECT_GT(frame->draw({text, style, {box.x, box.y}, whole, true, {box.width, box.height}}).glyphs, 0);
         fill({box.x, box.y, box.width, 1});
         fill({box.x, box.y + box.height - 1, box.width, 1});
         fill({box.x, box.y, 1, box.height});
         fill({box.x + box.width - 1, box.y, 1, box.height});
     }
     void fill(kel_rect r) {
+        const kel_buffer& buffer = *frame->slice.buffer;
         for (int y = r.y; y < r.y + r.height; ++y) {
             for (int x = r.x; x < r.x + r.width; ++x) {
                 const uint32_t red = 0xFFE02020;
-                memcpy(static_cast<uint8_t*>(buffer->ptr) + y * buffer->stride + x * 4, &red, 4);
+                memcpy(static_cast<uint8_t*>(buffer.ptr) + y * buffer.stride + x * 4, &red, 4);
             }
         }
     }
     testing::AssertionResult matches(const char* name) {
-        return golden::matches(name, golden::copy(buffer->ptr, width, height, buffer->stride), tolerance);
+        return golden::matches(name, frame->picture(), tolerance);
     }
-    kel_context* context = nullptr;
-    kel_buffer* buffer = nullptr;
-    kel_slice slice = {};
 };
 
 TEST_F(TextPictures, SizesColoursAndFonts) {
     draw("4 points, AV Wa To.", {4, 12}, 4, 0xFF000000);
-    draw("8 points, AV Wa To.", {4, 36}, 8, 0xFFC00000, 1, 0, "liberation");
+    draw("8 points, AV Wa To.", {4, 36}, 8, 0xFFC00000, "liberation");
     draw(
         "Gr\xC3\xBC\xC3\x9F"
         "e \xCE\xA9 16",
-        {4, 80}, 16, 0xC0008040, 1, 0, "noto");
-    draw("agj 32", {4, 145}, 32, 0x80202080, 1, 0, "lato");
-    draw("bitmaps 1-2-3", {180, 30}, 5, 0xFF808000, 1, 0, "bitmap");
+        {4, 80}, 16, 0xC0008040, "noto");
+    draw("agj 32", {4, 145}, 32, 0x80202080, "lato");
+    draw("bitmaps 1-2-3", {180, 30}, 5, 0xFF808000, "bitmap");
     EXPECT_TRUE(matches("text_sizes"));
 }
 
@@ -77,7 +59,7 @@ TEST_F(TextPictures, Alignments) {
     for (int halign = 0; halign < 3; ++halign) {
         for (int valign = 0; valign < 4; ++valign) {
             const kel_point at = {60 + halign * 100, 20 + valign * 40};
-            draw("Ajgy", at, 10, 0xFF204060, halign, valign);
+            draw("Ajgy", at, 10, 0xFF204060, "dejavu", halign, valign);
             fill({at.x - 3, at.y, 7, 1});
             fill({at.x, at.y - 3, 1, 7});
         }
