@@ -8,12 +8,25 @@
 #include "platform/screen_fixture.hpp"
 #include "support/threads.hpp"
 
+struct Rect {
+    int x, y, width, height;
+};
+
+// The part of a blit's list that says from where to where.
+inline std::vector<int> rects(const Rect& from, const Rect& to) {
+    return {SCREEN_BLIT_SOURCE_X,          from.x,     SCREEN_BLIT_SOURCE_Y,           from.y,
+            SCREEN_BLIT_SOURCE_WIDTH,      from.width, SCREEN_BLIT_SOURCE_HEIGHT,      from.height,
+            SCREEN_BLIT_DESTINATION_X,     to.x,       SCREEN_BLIT_DESTINATION_Y,      to.y,
+            SCREEN_BLIT_DESTINATION_WIDTH, to.width,   SCREEN_BLIT_DESTINATION_HEIGHT, to.height};
+}
+
 // A pixmap with its memory.
 struct Frame {
     screen_pixmap_t pixmap;
     screen_buffer_t buffer;
     platform_screen_frame memory;
     int format() const { return memory.format; }
+    bool has_alpha() const { return format() == SCREEN_FORMAT_RGBA8888; }
     unsigned char* row(int y) const {
         return static_cast<unsigned char*>(memory.pointer) + y * memory.stride;
     }
@@ -42,12 +55,6 @@ class Blit : public Screen {
         }
         frames.clear();
     }
-    void end_frames_after(const Frame& kept) {
-        const Frame copy = kept;
-        std::erase_if(frames, [&](const Frame& frame) { return frame.pixmap == copy.pixmap; });
-        end_frames();
-        frames.push_back(copy);
-    }
     void TearDown() override {
         end_frames();
         Screen::TearDown();
@@ -58,6 +65,13 @@ class Blit : public Screen {
     void blit_now(const Frame& to, const Frame& from, std::vector<int> attributes = {}) {
         attributes.push_back(SCREEN_BLIT_END);
         EXPECT_EQ(blit(to, from, attributes), 0);
+        EXPECT_EQ(screen_flush_blits(context, SCREEN_WAIT_IDLE), 0);
+    }
+    void fill_now(const Frame& to, uint32_t color, const Rect& area) {
+        std::vector<int> list = rects(area, area);
+        list.erase(list.begin(), list.begin() + 8);  // no source
+        list.insert(list.end(), {SCREEN_BLIT_COLOR, static_cast<int>(color), SCREEN_BLIT_END});
+        EXPECT_EQ(screen_fill(context, to.buffer, list.data()), 0);
         EXPECT_EQ(screen_flush_blits(context, SCREEN_WAIT_IDLE), 0);
     }
     int between(int low, int high) { return std::uniform_int_distribution<int>(low, high)(random); }

@@ -9,10 +9,7 @@ namespace {
 TEST_F(Blit, AFrameIsBlittedToItselfAsItWas) {
     const Frame frame = make_random(SCREEN_FORMAT_RGBA8888, 32, 32);
     const std::vector<unsigned char> before = frame.bytes();
-    blit_now(frame, frame,
-             {SCREEN_BLIT_SOURCE_WIDTH, 30, SCREEN_BLIT_SOURCE_HEIGHT, 29, SCREEN_BLIT_DESTINATION_X, 2,
-              SCREEN_BLIT_DESTINATION_Y, 3, SCREEN_BLIT_DESTINATION_WIDTH, 30, SCREEN_BLIT_DESTINATION_HEIGHT,
-              29});
+    blit_now(frame, frame, rects({0, 0, 30, 29}, {2, 3, 30, 29}));
     for (int y = 3; y < 32; ++y) {
         EXPECT_EQ(memcmp(frame.row(y) + 8, &before[size_t((y - 3) * frame.memory.stride)], 120), 0) << y;
     }
@@ -21,21 +18,22 @@ TEST_F(Blit, AFrameIsBlittedToItselfAsItWas) {
 TEST_F(Blit, WhatIsNotGoodIsRefusedAndDoesNothing) {
     const Frame a = make_random(SCREEN_FORMAT_RGBA8888, 8, 8), b = make_random(SCREEN_FORMAT_NV12, 8, 8);
     const std::vector<unsigned char> before = a.bytes();
-    const std::vector<int> bad_lists[] = {
-        {SCREEN_BLIT_SOURCE_WIDTH, 0, 0},
-        {SCREEN_BLIT_SOURCE_HEIGHT, -1, 0},
-        {SCREEN_BLIT_DESTINATION_WIDTH, 16385, 0},
-        {SCREEN_BLIT_DESTINATION_HEIGHT, INT32_MIN, 0},
-        {SCREEN_BLIT_SOURCE_X, 16385, 0},
-        {SCREEN_BLIT_DESTINATION_Y, -16385, 0},
-        {SCREEN_BLIT_GLOBAL_ALPHA, 256, 0},
-        {SCREEN_BLIT_GLOBAL_ALPHA, -1, 0},
-        {SCREEN_BLIT_TRANSPARENCY, 6, 0},
-        {SCREEN_BLIT_SCALE_QUALITY, 3, 0},
-        {13, 1, 0},
-        {-1, 1, 0},
+    const std::pair<int, int> bad_values[] = {
+        {SCREEN_BLIT_SOURCE_WIDTH, 0},
+        {SCREEN_BLIT_SOURCE_HEIGHT, -1},
+        {SCREEN_BLIT_DESTINATION_WIDTH, 16385},
+        {SCREEN_BLIT_DESTINATION_HEIGHT, INT32_MIN},
+        {SCREEN_BLIT_SOURCE_X, 16385},
+        {SCREEN_BLIT_DESTINATION_Y, -16385},
+        {SCREEN_BLIT_GLOBAL_ALPHA, 256},
+        {SCREEN_BLIT_GLOBAL_ALPHA, -1},
+        {SCREEN_BLIT_TRANSPARENCY, 6},
+        {SCREEN_BLIT_SCALE_QUALITY, 3},
+        {13, 1},
+        {-1, 1},
     };
-    for (const std::vector<int>& list : bad_lists) EXPECT_EQ(error_of(blit(a, b, list)), EINVAL) << list[0];
+    for (const auto& [name, value] : bad_values)
+        EXPECT_EQ(error_of(blit(a, b, {name, value, 0})), EINVAL) << name;
     const int alpha[] = {SCREEN_BLIT_GLOBAL_ALPHA, 1, 0};
     const auto stray = reinterpret_cast<screen_buffer_t>(context);
     const int refused[] = {
@@ -48,14 +46,12 @@ TEST_F(Blit, WhatIsNotGoodIsRefusedAndDoesNothing) {
         screen_flush_blits(context, 2),
     };
     for (int result : refused) EXPECT_EQ(error_of(result), EINVAL);
-    const std::vector<std::vector<int>> without_effect = {
-        {SCREEN_BLIT_TRANSPARENCY, SCREEN_TRANSPARENCY_DISCARD},
-        {SCREEN_BLIT_DESTINATION_X, 8},
-        {SCREEN_BLIT_DESTINATION_Y, -8},
-        {SCREEN_BLIT_SOURCE_X, -8},
-        {SCREEN_BLIT_SOURCE_Y, 16384},
-    };
-    for (const std::vector<int>& list : without_effect) blit_now(a, b, list);
+    const std::pair<int, int> without_effect[] = {{SCREEN_BLIT_TRANSPARENCY, SCREEN_TRANSPARENCY_DISCARD},
+                                                  {SCREEN_BLIT_DESTINATION_X, 8},
+                                                  {SCREEN_BLIT_DESTINATION_Y, -8},
+                                                  {SCREEN_BLIT_SOURCE_X, -8},
+                                                  {SCREEN_BLIT_SOURCE_Y, 16384}};
+    for (const auto& [name, value] : without_effect) blit_now(a, b, {name, value});
     EXPECT_EQ(a.bytes(), before);
 }
 

