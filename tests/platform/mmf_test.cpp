@@ -3,41 +3,35 @@
 #include <mm/mmf.h>
 
 #include <cerrno>
-#include <functional>
+#include <map>
 #include <thread>
 #include <vector>
 
-#include "support/log_capture.hpp"
-#include "support/threads.hpp"
-
 namespace {
 
-// What the fake filters answer, and what was asked of them.
-struct Script {
-    int acquire_output = 0, acquire_input = 0, verify = 0, accept = MM_FORMAT_ACCEPTED;
-    int set_output = 0, set_input = 0, connect = 0, pool = 0, output_pool = 0, input_pool = 0;
-    int control = 0, status = MM_STATUS_STOPPED, process = MM_STATUS_PLAYING, seek = 0;
-    bool has_filter = true;
-    std::vector<std::string> calls;
-    int pools = 0, released = 0;
-    mmf_event_poster poster = nullptr;
-    mmf_mra_pool* containers = nullptr;
-} script;
+// What the fake filters answer, by call, and what was asked of them.
+std::map<std::string, int> answers;
+std::vector<std::string> calls;
+int pools, released;
+mmf_event_poster poster;
+mmf_mra_pool* containers;
 
-int note(const char* call, int result) {
-    script.calls.push_back(call);
-    return result;
+int answer(const char* call, int usual = 0) {
+    calls.emplace_back(call);
+    const auto found = answers.find(call);
+    return found == answers.end() ? usual : found->second;
+}
+
+int answer_flagged(kel_channel* channel, uint32_t flag, const char* call) {
+    channel->flags |= flag;
+    return answer(call);
 }
 
 kel_filter* create() {
-    if (!script.has_filter) return nullptr;
+    if (answer("create") != 0) return nullptr;
     static char name[] = "fake";
     auto* filter = new kel_filter{2, name, new kel_channel[1]{}, new kel_channel[1]{}, nullptr, {}};
-    for (kel_channel* channel : {filter->inputs, filter->outputs}) {
-        channel->filter = filter;
-        channel->name = name;
-        channel->format.media_type = MM_MEDIA_AUDIO;
-    }
+    for (kel_channel* channel : {filter->inputs, filter->outputs}) channel->filter = filter;
     return filter;
 }
 
@@ -48,91 +42,66 @@ int destroy(kel_filter* filter) {
     return 0;
 }
 
-kel_channel* outputs(kel_filter* filter, int* cursor) {
-    return (*cursor)++ == 0 ? filter->outputs : nullptr;
-}
-kel_channel* inputs(kel_filter* filter, int* cursor) {
-    return (*cursor)++ == 0 ? filter->inputs : nullptr;
-}
-
-int set_flag(kel_channel* channel, const char* call, int result) {
-    if (result == 0) channel->flags |= MM_CHANNEL_ACQUIRED;
-    return note(call, result);
-}
-int clear_flag(kel_channel* channel, const char* call) {
-    channel->flags &= ~static_cast<uint32_t>(MM_CHANNEL_ACQUIRED);
-    return note(call, 0);
-}
-
 const mmf_output_interface output_table = {
-    outputs,
-    [](kel_channel* c) { return set_flag(c, "acquire_output", script.acquire_output); },
-    [](kel_channel* c) { return clear_flag(c, "release_output"); },
-    [](kel_channel*, kel_channel_format* format, int* cursor) {
-        format->media_type = MM_MEDIA_AUDIO;
-        return (*cursor)++ < 3 ? 1 : 0;
-    },
-    [](kel_channel*, const kel_channel_format*, const kel_channel_format*) {
-        return note("verify", script.verify);
-    },
+    [](kel_filter* filter, int* cursor) { return (*cursor)++ == 0 ? filter->outputs : nullptr; },
+    [](kel_channel*) { return answer("acquire_output"); },
+    [](kel_channel*) { return answer("release_output"); },
+    [](kel_channel*, kel_channel_format*, int* cursor) { return (*cursor)++ < 3 ? 1 : 0; },
+    [](kel_channel*, const kel_channel_format*, const kel_channel_format*) { return answer("verify"); },
     [](kel_channel* c, const kel_channel_format*) {
-        c->flags |= MM_CHANNEL_OUTPUT_SET;
-        return note("set_output", script.set_output);
+        return answer_flagged(c, MM_CHANNEL_OUTPUT_SET, "set_output");
     },
     [](kel_channel*, mmf_mra**) { return 0; },
     [](kel_channel* c, const kel_allocator_interface*, kel_mmf_pool*) {
-        EXPECT_EQ(MmfAllocateMraPool(&script.containers, c, 2, c), 0);
-        return note("output_pool", script.output_pool);
+        EXPECT_EQ(MmfAllocateMraPool(&containers, c, 2, c), 0);
+        return answer("output_pool");
     },
 };
 const mmf_input_interface input_table = {
-    inputs,
-    [](kel_channel* c) { return set_flag(c, "acquire_input", script.acquire_input); },
-    [](kel_channel* c) { return clear_flag(c, "release_input"); },
-    [](kel_channel*, kel_channel_format*, int, int*) { return note("accept", script.accept); },
+    [](kel_filter* filter, int* cursor) { return (*cursor)++ == 0 ? filter->inputs : nullptr; },
+    [](kel_channel*) { return answer("acquire_input"); },
+    [](kel_channel*) { return answer("release_input"); },
+    [](kel_channel*, kel_channel_format*, int, int*) { return answer("accept", MM_FORMAT_ACCEPTED); },
     [](kel_channel* c, const kel_channel_format*) {
-        c->flags |= MM_CHANNEL_INPUT_SET;
-        return note("set_input", script.set_input);
+        return answer_flagged(c, MM_CHANNEL_INPUT_SET, "set_input");
     },
-    [](kel_channel*, const mmf_output_interface*) { return note("connect", script.connect); },
-    [](kel_channel*, const kel_allocator_interface*, kel_mmf_pool*) {
-        return note("input_pool", script.input_pool);
-    },
+    [](kel_channel*, const mmf_output_interface*) { return answer("connect"); },
+    [](kel_channel*, const kel_allocator_interface*, kel_mmf_pool*) { return answer("input_pool"); },
 };
-kel_allocator_interface allocator_table = {
+const kel_allocator_interface allocator_table = {
     [](kel_mmf_pool** pool, kel_channel* channel, const kel_mmf_pool_attributes*) {
         EXPECT_NE(channel->connection, nullptr);
-        if (script.pool == 0) *pool = new kel_mmf_pool{}, ++script.pools;
-        return note("pool", script.pool);
+        const int result = answer("pool");
+        if (result == 0) *pool = new kel_mmf_pool{}, ++pools;
+        return result;
     },
     [](kel_mmf_pool* pool) {
         delete pool;
-        --script.pools;
-        return note("free_pool", 0);
+        --pools;
+        return answer("free_pool");
     },
     nullptr,
     nullptr,
     nullptr,
     nullptr,
-    [](kel_mmf_buffer*) { return ++script.released, 0; },
+    [](kel_mmf_buffer*) { return ++released, 0; },
     nullptr,
     nullptr};
 const mmf_filter_interface filter_table = {create, destroy};
-const mmf_control_interface control_table = {[](kel_filter*) { return note("start", script.control); },
-                                             [](kel_filter*) { return note("stop", script.control); },
-                                             [](kel_filter*) { return note("pause", script.control); },
-                                             [](kel_filter*) { return note("resume", script.control); },
-                                             [](kel_filter*) { return script.status; }};
+const mmf_control_interface control_table = {
+    [](kel_filter*) { return answer("start"); }, [](kel_filter*) { return answer("stop"); },
+    [](kel_filter*) { return answer("pause"); }, [](kel_filter*) { return answer("resume"); },
+    [](kel_filter*) { return answer("status"); }};
 const mmf_seeker_interface seeker_table = {[](kel_filter*) { return 2; },
                                            [](kel_filter*, uint32_t unit, uint64_t pts) {
                                                EXPECT_TRUE(unit == 2 && pts == 77);
-                                               return note("seek", script.seek);
+                                               return answer("seek");
                                            }};
 const mmf_event_interface event_table = {
     [](kel_filter*, int* type, int* cursor) { return (*type = MM_EV_ERR, (*cursor)++ == 0) ? 0 : -1; },
-    [](kel_filter*, mmf_event_poster poster) { return script.poster = poster, 0; },
-    [](kel_filter*, int) { return note("enable", 0); }};
-const mmf_sink_interface sink_table = {[](kel_filter*) { return script.process; }};
+    [](kel_filter*, mmf_event_poster own) { return poster = own, 0; },
+    [](kel_filter*, int) { return answer("enable"); }};
+const mmf_sink_interface sink_table = {[](kel_filter*) { return answer("process"); }};
 
 const AOInterface_t whole[] = {{"Name", 1, "fake"},
                                {"MediaFilter", 110, &filter_table},
@@ -149,7 +118,9 @@ const AOInterface_t bare[] = {{"Name", 1, "bare"}, {nullptr, 0, nullptr}};
 class Framework : public ::testing::Test {
   protected:
     Framework() {
-        script = {};
+        answers = {};
+        calls = {};
+        released = 0;
         static const AOHandle_t* const registered = AoAddStatic(whole);
         handle = registered;
         graph = MmCreateGraph();
@@ -158,7 +129,7 @@ class Framework : public ::testing::Test {
     }
     ~Framework() override {
         EXPECT_EQ(MmDestroyGraph(graph), 0);
-        EXPECT_EQ(script.pools, 0);
+        EXPECT_EQ(pools, 0);
     }
     int join() { return MmConnect(graph, source->outputs, sink->inputs); }
 
@@ -175,7 +146,7 @@ TEST_F(Framework, ChecksItsArguments) {
     EXPECT_EQ(MmCreateFilter(graph, no_maker), nullptr);
     EXPECT_EQ(errno, EINVAL);
     EXPECT_EQ(MmCreateFilter(graph, nullptr), nullptr);
-    script.has_filter = false;
+    answers["create"] = 1;
     EXPECT_EQ(MmCreateFilter(graph, handle), nullptr);
     EXPECT_EQ(errno, ENOMEM);
     const std::pair<int, int> rows[] = {
@@ -207,34 +178,28 @@ TEST_F(Framework, ChecksItsArguments) {
 }
 
 TEST_F(Framework, ConnectsWholeOrNotAtAll) {
-    const std::tuple<int Script::*, int, int, const char*> failures[] = {
-        {&Script::acquire_output, 1, EBUSY, "acquire_output"},
-        {&Script::acquire_input, 1, EBUSY, "release_output"},
-        {&Script::accept, 0, ENOTSUP, "release_output"},
-        {&Script::verify, 100, ENOTSUP, "release_output"},
-        {&Script::set_output, 1, ENOTSUP, "release_output"},
-        {&Script::set_input, 1, ENOTSUP, "release_output"},
-        {&Script::connect, 1, EINVAL, "release_output"},
-        {&Script::pool, 12, 12, "release_output"},
-        {&Script::output_pool, 5, 5, "release_output"},
-        {&Script::input_pool, 6, 6, "release_output"}};
-    for (auto [step, answer, result, last] : failures) {
-        script = {};
-        script.*step = answer;
+    const std::tuple<const char*, int, int> failures[] = {
+        {"acquire_output", 1, EBUSY}, {"acquire_input", 1, EBUSY},
+        {"accept", 0, ENOTSUP},       {"verify", 100, ENOTSUP},
+        {"set_output", 1, ENOTSUP},   {"set_input", 1, ENOTSUP},
+        {"connect", 1, EINVAL},       {"pool", 12, 12},
+        {"output_pool", 5, 5},        {"input_pool", 6, 6}};
+    for (const auto& [step, failure, result] : failures) {
+        answers = {{step, failure}};
+        calls.clear();
         EXPECT_EQ(join(), result);
-        EXPECT_EQ(script.calls.back(), last);
-        EXPECT_EQ(script.pools, 0);
-        for (kel_channel* channel : {source->outputs, sink->inputs}) {
-            EXPECT_EQ(channel->flags, 0u);
-            EXPECT_TRUE(!channel->connection && !channel->peer);
-        }
+        EXPECT_EQ(calls.back(), calls.size() == 1 ? step : "release_output");
+        EXPECT_EQ(pools, 0);
+        for (const kel_channel* channel : {source->outputs, sink->inputs})
+            EXPECT_TRUE(channel->flags == 0 && !channel->connection && !channel->peer) << step;
     }
-    script = {};
+    answers.clear();
+    calls.clear();
     EXPECT_EQ(join(), 0);
     const std::vector<std::string> order = {"acquire_output", "acquire_input", "accept",  "verify",
                                             "set_output",     "set_input",     "connect", "pool",
                                             "output_pool",    "input_pool"};
-    EXPECT_EQ(script.calls, order);
+    EXPECT_EQ(calls, order);
     EXPECT_TRUE(source->outputs->peer == sink->inputs && sink->inputs->peer == source->outputs);
     EXPECT_EQ(join(), EBUSY);
 }
@@ -242,12 +207,8 @@ TEST_F(Framework, ConnectsWholeOrNotAtAll) {
 TEST_F(Framework, HandsContainersOutAndBack) {
     ASSERT_EQ(join(), 0);
     mmf_mra *first = nullptr, *second = nullptr, *third = nullptr;
-    ASSERT_EQ(MmfAcquireMra(script.containers, &first, 1), 0);
-    ASSERT_EQ(MmfAcquireMra(script.containers, &second, 0), 0);
-    EXPECT_EQ(MmfAcquireMra(script.containers, &third, 1), EAGAIN);
-    EXPECT_EQ(MmfAcquireMra(nullptr, &third, 1), EINVAL);
-    EXPECT_EQ(MmfAcquireMra(script.containers, nullptr, 1), EINVAL);
-
+    ASSERT_EQ(MmfAcquireMra(containers, &first, 1), 0);
+    ASSERT_EQ(MmfAcquireMra(containers, &second, 0), 0);
     kel_mmf_buffer record{};
     int type = 0;
     uint32_t value = 0, size = 0;
@@ -255,6 +216,9 @@ TEST_F(Framework, HandsContainersOutAndBack) {
     kel_mmf_buffer* got = nullptr;
     void* data = nullptr;
     const std::pair<int, int> rows[] = {
+        {MmfAcquireMra(containers, &third, 1), EAGAIN},
+        {MmfAcquireMra(nullptr, &third, 1), EINVAL},
+        {MmfAcquireMra(containers, nullptr, 1), EINVAL},
         {MmfSetMraPropertyElement(first, 1, 15, 1, 2), EINVAL},  // not the next index
         {MmfSetMraPropertyElement(first, 0, 15, 1, 2), 0},
         {MmfSetMraPropertyElement(nullptr, 1, 15, 1, 2), EINVAL},
@@ -277,9 +241,9 @@ TEST_F(Framework, HandsContainersOutAndBack) {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
         EXPECT_EQ(MmfReleaseMra(first), 0);
     });
-    EXPECT_EQ(MmfAcquireMra(script.containers, &third, 0), 0);
+    EXPECT_EQ(MmfAcquireMra(containers, &third, 0), 0);
     late.join();
-    EXPECT_EQ(script.released, 1);
+    EXPECT_EQ(released, 1);
     EXPECT_EQ(MmfGetMraElementType(third, 0, &type), ENOENT);  // it comes empty
     EXPECT_EQ(MmfReleaseMra(second), 0);
     EXPECT_EQ(MmfReleaseMra(second), EINVAL);
@@ -288,12 +252,11 @@ TEST_F(Framework, HandsContainersOutAndBack) {
     MmDestroyGraph(graph);
     EXPECT_EQ(MmfReleaseMra(third), 0);
     EXPECT_EQ(MmfReleaseMra(third), EINVAL);
-    EXPECT_EQ(script.released, 1);
+    EXPECT_EQ(released, 1);
     graph = MmCreateGraph();
     kel_channel channel{};
-    mmf_mra_pool* pool = nullptr;
     for (int count : {0, -1, 1 << 20})
-        EXPECT_EQ(MmfAllocateMraPool(&pool, &channel, count, &channel), EINVAL);
+        EXPECT_EQ(MmfAllocateMraPool(&containers, &channel, count, &channel), EINVAL);
 }
 
 TEST_F(Framework, ControlsEveryFilter) {
@@ -303,20 +266,20 @@ TEST_F(Framework, ControlsEveryFilter) {
         {MmPause, "pause"},
         {MmResume, "resume"},
         {[](mm_graph* g) { return MmSeek(g, 77); }, "seek"}};
-    for (auto [control, name] : controls)
+    for (const auto& [control, name] : controls)
         for (int result : {0, 5}) {
-            script.calls.clear();
-            script.control = script.seek = result;
+            calls.clear();
+            answers[name] = result;
             EXPECT_EQ(control(graph), result);
-            EXPECT_EQ(script.calls, (std::vector<std::string>{name, name}));
+            EXPECT_EQ(calls, (std::vector<std::string>{name, name}));
         }
     for (int status :
          {MM_STATUS_PLAYING, MM_STATUS_PAUSED, MM_STATUS_END_OF_STREAM, MM_STATUS_ERROR, MM_STATUS_STOPPED}) {
-        script.status = script.process = status;
+        answers["status"] = answers["process"] = status;
         EXPECT_EQ(MmGetStatus(graph), status);
         EXPECT_EQ(MmProcess(graph), status);
     }
-    script.status = MM_STATUS_PAUSE_PENDING;
+    answers["status"] = MM_STATUS_PAUSE_PENDING;
     EXPECT_EQ(MmGetStatus(graph), MM_STATUS_STOPPED);
 }
 
@@ -326,8 +289,8 @@ TEST_F(Framework, KeepsEvents) {
     char text[6];
     EXPECT_EQ(MmNextEvent(graph, &from, &type, text, sizeof text), ENOENT);
     EXPECT_EQ(MmNextEvent(graph, nullptr, &type, text, sizeof text), EINVAL);
-    for (int i = 0; i < 70; ++i) script.poster(sink, MM_EV_ERR, std::to_string(1000000 + i).c_str());
-    script.poster(source, MM_EV_ERR, nullptr);
+    for (int i = 0; i < 70; ++i) poster(sink, MM_EV_ERR, std::to_string(1000000 + i).c_str());
+    poster(source, MM_EV_ERR, nullptr);
     for (int i = 7; i < 70; ++i) {  // the newest 64
         ASSERT_EQ(MmNextEvent(graph, &from, &type, text, sizeof text), 0);
         EXPECT_TRUE(from == sink && type == MM_EV_ERR);
