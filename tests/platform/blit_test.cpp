@@ -240,4 +240,18 @@ TEST_F(Blit, YuvKeepsThePicture) {
     }
 }
 
+TEST_F(Blit, FormatsOfTheSameSamplesTurnIntoEachOtherExactly) {
+    const std::vector<int> rounds[] = {
+        {SCREEN_FORMAT_NV12, SCREEN_FORMAT_YV12, SCREEN_FORMAT_YUV420, SCREEN_FORMAT_NV12},
+        {SCREEN_FORMAT_UYVY, SCREEN_FORMAT_V422, SCREEN_FORMAT_YUY2, SCREEN_FORMAT_YVYU, SCREEN_FORMAT_UYVY}};
+    for (const std::vector<int>& formats : rounds) {
+        const Frame first = make_random(formats[0], 64, 8);
+        for (int format : formats) {
+            const Frame next = make(format, 64, 8);
+            blit_now(next, frames[frames.size() - 2]);
+        }
+        EXPECT_EQ(frames.back().bytes(), first.bytes()) << formats[0];
+    }
+}
+
 }  // namespace
