@@ -108,21 +108,17 @@ TEST_F(Egl, StateOfTheClientNeitherDisturbsTransfersNorChanges) {
                                                     {GL_ACTIVE_TEXTURE, GL_TEXTURE1},
                                                     {GL_TEXTURE_BINDING_2D, other},
                                                     {GL_SCISSOR_TEST, 1}};
-    for (const auto& [name, value] : stores) {
-        glPixelStorei(name, static_cast<GLint>(value));
-        state.emplace_back(name, value);
-    }
+    for (const auto& [name, value] : stores) glPixelStorei(name, static_cast<GLint>(value));
+    state.insert(state.end(), std::begin(stores), std::end(stores));
     fill(target, 200);
     const bytes around = pixels(target);
     for (int seed : {12, 40}) {
         fill(source, seed);
-        const bytes seen = drawn(target), expected = tinted(source);
-        for (int y = 0; y < 13; ++y)
-            for (int x = 0; x < 21; ++x) {
-                const bool inside = x >= 2 && x < 19 && y >= 2 && y < 11;
-                const std::size_t at = static_cast<std::size_t>(y * 21 + x) * 4;
-                ASSERT_EQ(seen[at], (inside ? expected : around)[at]) << x << ", " << y;
-            }
+        bytes expected = around;
+        const bytes seen = drawn(target), inside = tinted(source);
+        for (std::size_t y = 2; y < 11; ++y)
+            std::copy_n(&inside[(y * 21 + 2) * 4], 17 * 4, &expected[(y * 21 + 2) * 4]);
+        EXPECT_EQ(seen, expected);
     }
     for (const auto& [name, expected] : state) {
         GLint value = 0;
