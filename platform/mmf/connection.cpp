@@ -61,7 +61,8 @@ bool negotiate(const mmf_connection& connection, kel_channel_format& agreed) {
     return false;
 }
 
-// The downstream filter's allocator makes the pool for its own channel, or else the upstream's for its.
+// The downstream filter's allocator makes the pool for its own channel, or else the upstream's for its, or
+// else the framework's own for the downstream channel.
 int make_pool(mmf_connection& connection) {
     const char* name = "MediaMemoryAllocator";
     kel_channel* channel = connection.input;
@@ -70,7 +71,10 @@ int make_pool(mmf_connection& connection) {
         channel = connection.output;
         connection.allocator = interface_of<kel_allocator_interface>(channel->filter, name);
     }
-    if (!connection.allocator) return ENOTSUP;
+    if (!connection.allocator) {
+        channel = connection.input;
+        connection.allocator = &platform::mmf::heap_allocator;
+    }
     kel_mmf_pool_attributes attributes{};
     attributes.buffer_size = std::max(channel->format.buffer_size, 1);
     attributes.buffer_count = buffers_wanted;

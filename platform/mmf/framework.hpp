@@ -62,6 +62,9 @@ void destroy_filter(kel_filter* filter);
 // Frees the containers that were made for a channel; one that is still out is freed at its release.
 void free_mra_pools(const kel_channel* channel);
 
+// The allocator for connections neither of whose filters has one.
+extern const kel_allocator_interface heap_allocator;
+
 // Ends a connection: both channels are free again and the pool is gone.
 void disconnect(mmf_connection& connection);
 

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <thread>
 
 #include "mmedia/media_fixture.hpp"
@@ -98,6 +99,11 @@ int pattern_luma(int x, int y, int n) {
 
 void silence_codecs() {
     av_log_set_level(AV_LOG_QUIET);
+}
+
+std::string bytes_of(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 std::string test_path(const std::string& name) {
@@ -272,11 +278,10 @@ double ReadMedia::rms() const {
     return last > first ? std::sqrt(sum / static_cast<double>(last - first)) : 0;
 }
 
-double psnr(const std::vector<uint8_t>& luma, int width, int first_row,
-            const std::function<int(int, int)>& expected) {
+double psnr(const std::vector<uint8_t>& luma, int width, const std::function<double(int, int)>& expected) {
     double error = 0;
     int count = 0;
-    for (int y = first_row; y < static_cast<int>(luma.size()) / width; ++y)
+    for (int y = 0; y < static_cast<int>(luma.size()) / width; ++y)
         for (int x = 0; x < width; ++x, ++count) {
             const double difference = luma[static_cast<size_t>(y * width + x)] - expected(x, y);
             error += difference * difference;

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "mmedia/media_fixture.hpp"
+#include "support/threads.hpp"
 
 namespace kel_test {
 
@@ -31,6 +32,9 @@ int pattern_luma(int x, int y, int n);
 
 // FFmpeg's own words about spoilt files stay off the terminal.
 void silence_codecs();
+
+// A file's contents.
+std::string bytes_of(const std::string& path);
 
 // A path in the test's own folder, which ends with the program.
 std::string test_path(const std::string& name);
@@ -66,9 +70,15 @@ struct ReadMedia {
     double rms() const;        // of the middle half; full scale is 1
 };
 
-// Peak signal to noise ratio in dB of the rows from `first_row` on.
-double psnr(const std::vector<uint8_t>& luma, int width, int first_row,
-            const std::function<int(int, int)>& expected);
+// Peak signal to noise ratio in dB against what is expected at each (x, y).
+double psnr(const std::vector<uint8_t>& luma, int width, const std::function<double(int, int)>& expected);
+
+// Tests with real files, which may take their time.
+class Media : public MediaTest {
+  protected:
+    Media() { silence_codecs(); }
+    Watchdog watchdog{std::chrono::seconds(240), "media"};
+};
 
 // A file source with a writer behind it, whose channels the test reads.
 struct Playing {

@@ -15,6 +15,8 @@ std::vector<std::string> calls;
 int pools, released;
 mmf_event_poster poster;
 mmf_mra_pool* containers;
+const kel_allocator_interface* allocator;
+kel_mmf_pool* memory_pool;
 
 int answer(const char* call, int usual = 0) {
     calls.emplace_back(call);
@@ -52,7 +54,9 @@ const mmf_output_interface output_table = {
         return answer_flagged(c, MM_CHANNEL_OUTPUT_SET, "set_output");
     },
     [](kel_channel*, mmf_mra**) { return 0; },
-    [](kel_channel* c, const kel_allocator_interface*, kel_mmf_pool*) {
+    [](kel_channel* c, const kel_allocator_interface* given, kel_mmf_pool* pool) {
+        allocator = given;
+        memory_pool = pool;
         EXPECT_EQ(MmfAllocateMraPool(&containers, c, 2, c), 0);
         return answer("output_pool");
     },
@@ -113,6 +117,11 @@ const AOInterface_t whole[] = {{"Name", 1, "fake"},
                                {"MediaEventProducer", 100, &event_table},
                                {"MediaSink", 100, &sink_table},
                                {nullptr, 0, nullptr}};
+const AOInterface_t without_allocator[] = {{"Name", 1, "plain"},
+                                           {"MediaFilter", 110, &filter_table},
+                                           {"MediaOutput", 101, &output_table},
+                                           {"MediaInput", 101, &input_table},
+                                           {nullptr, 0, nullptr}};
 const AOInterface_t bare[] = {{"Name", 1, "bare"}, {nullptr, 0, nullptr}};
 
 class Framework : public ::testing::Test {
@@ -257,6 +266,72 @@ TEST_F(Framework, HandsContainersOutAndBack) {
     kel_channel channel{};
     for (int count : {0, -1, 1 << 20})
         EXPECT_EQ(MmfAllocateMraPool(&containers, &channel, count, &channel), EINVAL);
+}
+
+TEST_F(Framework, HasPlainMemoryWhereNeitherEndHasAnAllocator) {
+    static const AOHandle_t* const registered = AoAddStatic(without_allocator);
+    kel_filter* from = MmCreateFilter(graph, registered);
+    kel_filter* into = MmCreateFilter(graph, registered);
+    ASSERT_EQ(MmConnect(graph, from->outputs, into->inputs), 0);
+    const kel_allocator_interface& memory = *allocator;
+    kel_mmf_pool* pool = memory_pool;
+    int count = 0, size = 0;
+    kel_mmf_buffer* all[4];
+    EXPECT_EQ(memory.get_memory_pool_buffers(pool, &count, &size, nullptr), 0);
+    ASSERT_EQ(count, 4);
+    EXPECT_EQ(memory.get_memory_pool_buffers(pool, &count, &size, all), 0);
+    EXPECT_EQ(size, 1);
+    kel_mmf_buffer* held[4];
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(memory.acquire_buffer(pool, &held[i], 0), 0);
+        EXPECT_EQ(held[i], all[i]);
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(held[i]->data) % 64, 0u);
+        *static_cast<char*>(held[i]->data) = 1;
+    }
+    kel_mmf_buffer* next = nullptr;
+    const std::pair<int, int> rows[] = {
+        {memory.acquire_buffer(pool, &next, 1), ENOMEM},
+        {memory.increment_ref_count(held[2]), 0},
+        {memory.release_buffer(held[2]), EAGAIN},  // somebody else's still
+        {memory.decrement_ref_count(held[2]), 0},
+        {memory.decrement_ref_count(held[2]), EINVAL},
+        {memory.increment_ref_count(held[2]), EINVAL},
+        {memory.acquire_buffer(pool, &next, 1), 0},
+        {next == held[2], 1},
+    };
+    for (const auto& row : rows) EXPECT_EQ(row.first, row.second) << &row - rows;
+    std::thread late([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_EQ(memory.release_buffer(held[1]), 0);
+    });
+    EXPECT_EQ(memory.acquire_buffer(pool, &next, 0), 0);
+    EXPECT_EQ(next, held[1]);
+    late.join();
+
+    // Rows of pictures begin at whole cache lines, as far as the format leaves their stride open.
+    kel_channel channel{};
+    channel.format.media_type = MM_MEDIA_VIDEO;
+    channel.format.fourcc = 0x3231564e;  // NV12
+    channel.format.video.width = 70;
+    channel.format.video.height = 10;
+    const std::tuple<uint32_t, int, int, int, int> sizes[] = {
+        {8, 1050, 1, 0, 128 * 15}, {0, 1050, 1, 0, 1050},      {8, 0, 1, EINVAL, 0},
+        {8, 1050, 0, EINVAL, 0},   {8, 1 << 30, 2, ENOMEM, 0}, {8, 1050, 1 << 30, ENOMEM, 0}};
+    for (auto [flags, bytes, buffers, result, got] : sizes) {
+        channel.format.flags = flags;
+        kel_mmf_pool_attributes attributes{};
+        attributes.buffer_size = bytes;
+        attributes.buffer_count = buffers;
+        kel_mmf_pool* made = nullptr;
+        EXPECT_EQ(memory.allocate_memory_pool(&made, &channel, &attributes), result);
+        if (!made) continue;
+        EXPECT_EQ(made->buffers[0].size, static_cast<uint32_t>(got));
+        auto* kept = static_cast<kel_mmf_pool_attributes*>(memory.get_memory_pool_attributes(made));
+        EXPECT_EQ(kept->buffer_size, bytes);
+        EXPECT_EQ(memory.free_memory_pool(made), 0);
+    }
+    EXPECT_TRUE(memory.not_supported() && !memory.free_memory_pool(nullptr) &&
+                !memory.get_memory_pool_attributes(nullptr));
 }
 
 TEST_F(Framework, ControlsEveryFilter) {

@@ -339,8 +339,8 @@ PLATFORM_API const mmf_resource* MmFindResource(kel_filter* filter, const char* 
 
 /*
  * Joins two channels: acquires both, negotiates a format, sets it at both ends, makes a memory pool with the
- * downstream filter's allocator (or else the upstream's) and hands it to both. 0, or an errno value with
- * nothing left acquired: EINVAL, EBUSY (a channel is connected), ENOTSUP (no common format), ENOMEM.
+ * downstream filter's allocator (or else the upstream's, or else of plain memory) and hands it to both. 0, or an
+ * errno value with nothing left acquired: EINVAL, EBUSY (a channel is connected), ENOTSUP (no common format), ENOMEM.
  */
 PLATFORM_API int MmConnect(mm_graph* graph, kel_channel* output, kel_channel* input);
 
