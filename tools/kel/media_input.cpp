@@ -62,11 +62,6 @@ bool media_input::read(kel_channel* channel, kel_slice& slice) {
     return false;
 }
 
-std::string media_input::damage() {
-    if (const std::string event = last_event(); !event.empty()) damage_ = event;
-    return damage_;
-}
-
 // What the source has to say, the newest word of it.
 std::string media_input::last_event() {
     std::string last;

@@ -42,15 +42,15 @@ class media_input {
     bool read_audio(kel_slice& slice) { return read(audio_, slice); }
     bool read_video(kel_slice& slice) { return read(video_, slice); }
 
-    // What was damaged in the file, in words; empty while nothing was. Complete once a stream has ended.
-    std::string damage();
+    // What was found damaged since the last call, in words, or empty. A stream is judged when it ends. Any thread.
+    std::string damage() { return last_event(); }
 
   private:
     static bool read(kel_channel* channel, kel_slice& slice);
     kel_channel* connect(kel_channel* output, kel_channel* input);
     std::string last_event();
 
-    std::string path_, left_out_, damage_;
+    std::string path_, left_out_;
     graph_handle graph_;
     kel_filter* source_ = nullptr;  // the graph's
     kel_channel* audio_ = nullptr;  // the writer's

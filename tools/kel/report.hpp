@@ -1,0 +1,10 @@
+// --stats: what a road did, in words and numbers.
+#pragma once
+
+#include "road.hpp"
+
+namespace kel_tool {
+
+void print_stats(const road& road, double seconds);
+
+}  // namespace kel_tool
