@@ -65,7 +65,10 @@ void add_picture_options(CLI::App& command, run_options& options, text_words& te
     command.add_option("--text", text.made.text,
                        "A line of text; {time} {timecode} {pts} {frame} are filled in");
     command.add_option("--font", text.made.font, "Font file")->capture_default_str();
-    command.add_option("--text-size", text.made.size, "Points at 160 dots per inch")->capture_default_str();
+    command
+        .add_option("--text-size", text.made.size,
+                    "Points at 160 dots per inch; else a fifteenth of the height")
+        ->check(CLI::Range(1, 2000));
     command.add_option("--pos", text.position, "X,Y of the text");
     command.add_option("--box", text.box, "X,Y,W,H that the text fills");
     command.add_option("--align", text.align, "left, center or right[,baseline, bottom, center or top]");

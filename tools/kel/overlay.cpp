@@ -10,6 +10,7 @@ namespace kel_tool {
 namespace {
 
 constexpr int64_t second = 1000000;
+constexpr int lines_of_text = 15;  // that a picture is high, unless a size is given
 
 std::string time_text(int64_t pts, const char separator, int64_t part, int digits) {
     const int64_t seconds = pts / second;
@@ -58,6 +59,7 @@ std::string fill_in(const std::string& text, int64_t pts, int64_t number, int fr
 overlay::overlay(session& session, const overlay_options& options, int width, int height, int frame_rate)
     : options_(options), context_(session.context()), frame_rate_(frame_rate > 0 ? frame_rate : 25) {
     session.need_text();
+    if (options_.size == 0) options_.size = std::max(height * 72 / (160 * lines_of_text), 1);
     if (!options_.position) options_.position = kel_point{width / 2, height - height / 12};
     const kel_video_format format = {SCREEN_FORMAT_RGBA8888, SCREEN_USAGE_READ | SCREEN_USAGE_WRITE, width,
                                      height};

@@ -15,7 +15,7 @@ namespace kel_tool {
 struct overlay_options {
     std::string text;  // {time}, {timecode}, {pts} and {frame} stand for what the picture has
     std::string font = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
-    int size = 18;                // points, at 160 dots per inch
+    int size = 0;                 // points, at 160 dots per inch; 0: as the picture's height suggests
     uint32_t color = 0xFFFFFFFF;  // 0xAARRGGBB
     int halign = KEL_TEXT_HALIGN_CENTER;
     int valign = KEL_TEXT_VALIGN_BASELINE;

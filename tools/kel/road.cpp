@@ -61,9 +61,10 @@ void road::check(media_input& input) {
     std::fprintf(stderr, "kel: %s\n", damage.c_str());
 }
 
-void road::note_warm() {
-    if (heap_when_warm_ == 0 && std::max<int64_t>(pictures, blocks) >= warm_after)
-        heap_when_warm_ = heap_bytes();
+void road::note_heap() {
+    if (std::max<int64_t>(pictures, blocks) < warm_after) return;
+    heap_now_ = heap_bytes();
+    if (heap_when_warm_ == 0) heap_when_warm_ = heap_now_;
 }
 
 void road::rethrow() {
