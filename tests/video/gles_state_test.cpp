@@ -1,4 +1,5 @@
 // The GLES state of a context, its shaders and its surfaces.
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -29,67 +30,41 @@ TEST(GlesState, WithoutItEverythingIsNeutral) {
     kel_destroy_context(&context);
 }
 
-// A driver made up of a list of configurations; handles are their numbers, from 1.
-std::vector<EGLint> offered;  // the samples of each; negative when they cannot be asked for
-
-EGLBoolean count_offered(EGLDisplay, EGLConfig*, EGLint, EGLint* count) {
-    *count = static_cast<EGLint>(offered.size());
-    return EGL_TRUE;
-}
-
-EGLBoolean choose_offered(EGLDisplay, const EGLint* attributes, EGLConfig* configs, EGLint size,
-                          EGLint* count) {
-    const std::vector<EGLint> wanted = {EGL_RED_SIZE,
-                                        8,
-                                        EGL_GREEN_SIZE,
-                                        8,
-                                        EGL_BLUE_SIZE,
-                                        8,
-                                        EGL_ALPHA_SIZE,
-                                        8,
-                                        EGL_DEPTH_SIZE,
-                                        8,
-                                        EGL_SURFACE_TYPE,
-                                        EGL_PIXMAP_BIT,
-                                        EGL_RENDERABLE_TYPE,
-                                        EGL_OPENGL_ES2_BIT,
-                                        EGL_NONE};
-    EXPECT_EQ(std::vector<EGLint>(attributes, attributes + wanted.size()), wanted);
-    for (EGLint i = 0; i < size; ++i) configs[i] = reinterpret_cast<EGLConfig>(intptr_t{i} + 1);
-    return count_offered(nullptr, nullptr, 0, count);
-}
+std::vector<EGLConfig> asked;          // for their samples, in order
+std::vector<size_t> without_sampling;  // which of them cannot be asked; the others have some
 
 EGLBoolean samples_of(EGLDisplay, EGLConfig config, EGLint, EGLint* value) {
-    const EGLint samples = offered[reinterpret_cast<uintptr_t>(config) - 1];
-    if (samples >= 0) *value = samples;
-    return samples >= 0;
+    const auto& list = without_sampling;
+    const bool has_samples = std::find(list.begin(), list.end(), asked.size()) == list.end();
+    asked.push_back(config);
+    if (has_samples) *value = 4;
+    return has_samples;
 }
 
-EGLContext create_with(EGLDisplay, EGLConfig config, EGLContext, const EGLint*) {
-    return config;
-}
-
-EGLBoolean destroy(EGLDisplay, EGLContext) {
+EGLBoolean no_match(EGLDisplay, const EGLint*, EGLConfig*, EGLint, EGLint* count) {
+    *count = 0;
     return EGL_TRUE;
 }
 
 TEST(GlesState, TakesTheLastConfigurationWithoutMultisamplingOrTheFirst) {
-    const ImportHook hooks[] = {hook(count_offered, "eglGetConfigs"), hook(choose_offered, "eglChooseConfig"),
-                                hook(samples_of, "eglGetConfigAttrib"), hook(create_with, "eglCreateContext"),
-                                hook(destroy, "eglDestroyContext")};
     const EGLDisplay display = open_display();
-    const std::pair<std::vector<EGLint>, uintptr_t> rows[] = {
-        {{0}, 1}, {{0, 0, 4, 0, 8}, 4}, {{4, 8}, 1}, {{4, 8, 0}, 3}, {{4, -1, 2}, 2}, {{}, 0}};
-    for (const auto& [samples, expected] : rows) {
-        offered = samples;
-        kel_context* context = kel_create_context();
-        EXPECT_EQ(kel_gles_init(context, display), expected ? 0 : 22);
-        EXPECT_EQ(reinterpret_cast<uintptr_t>(kel_gles_get_egl_config(context)), expected);
-        EXPECT_EQ(reinterpret_cast<uintptr_t>(kel_gles_get_egl_context(context)), expected);
-        EXPECT_EQ(kel_gles_init(context, expected ? &offered : nullptr), expected ? 0 : 22);
-        EXPECT_EQ(kel_gles_get_egl_display(context), expected ? display : EGL_NO_DISPLAY);
-        kel_destroy_context(&context);
+    kel_context* context = kel_create_context();
+    {
+        const ImportHook none = hook(no_match, "eglChooseConfig");
+        EXPECT_EQ(kel_gles_init(context, display), 22);
     }
+    const ImportHook sampled = hook(samples_of, "eglGetConfigAttrib");
+    for (const std::vector<size_t>& which : {std::vector<size_t>{}, {2}, {0, 1, 3}}) {
+        asked.clear();
+        without_sampling = which;
+        EXPECT_EQ(kel_gles_init(context, display), 0);
+        ASSERT_GT(asked.size(), 4u);
+        EXPECT_EQ(kel_gles_get_egl_config(context), asked[which.empty() ? 0 : which.back()]);
+        EXPECT_EQ(kel_gles_init(context, &asked), 0);  // has one: nothing changes
+        EXPECT_EQ(kel_gles_get_egl_display(context), display);
+        kel_gles_deinit(context);
+    }
+    kel_destroy_context(&context);
 }
 
 TEST(GlesState, EachFailureLeavesTheContextWithout) {
