@@ -207,39 +207,6 @@ TEST_F(Blit, ChromaPlanesStandInTheirOrder) {
     }
 }
 
-// A soft picture through each YUV format, on through every other one at half the size, and up again.
-TEST_F(Blit, YuvKeepsThePicture) {
-    const int yuv[] = {SCREEN_FORMAT_YVU9, SCREEN_FORMAT_YUV420, SCREEN_FORMAT_NV12, SCREEN_FORMAT_YV12,
-                       SCREEN_FORMAT_UYVY, SCREEN_FORMAT_YUY2,   SCREEN_FORMAT_YVYU, SCREEN_FORMAT_V422};
-    const Frame picture = make(SCREEN_FORMAT_RGBX8888, 96, 64), back = make(SCREEN_FORMAT_RGBA8888, 96, 64);
-    for (int i = 0; i < 96 * 64; ++i) {
-        const int x = i % 96, y = i / 96;
-        const uint32_t soft = uint32_t(100 + y - x / 2) << 16 | uint32_t(200 - 2 * y) << 8 | uint32_t(40 + x);
-        memcpy(picture.row(y) + x * 4, &soft, 4);
-    }
-    const auto worst = [&] {
-        double difference = 0;
-        for (int i = 0; i < 96 * 64; ++i) {
-            const Pixel a = pixel(picture, i % 96, i / 96), b = pixel(back, i % 96, i / 96);
-            for (size_t c = 0; c < 3; ++c) difference = std::max(difference, std::fabs(a[c] - b[c]));
-        }
-        return difference;
-    };
-    for (int format : yuv) {
-        const Frame there = make(format, 96, 64);
-        blit_now(there, picture);
-        blit_now(back, there);
-        EXPECT_LE(worst(), format == SCREEN_FORMAT_YVU9 ? 12 : 6) << format;
-        EXPECT_EQ(back.row(0)[3], 255);
-        for (int other : yuv) {
-            const Frame small = make(other, 48, 32);
-            blit_now(small, there);
-            blit_now(back, small);
-            EXPECT_LE(worst(), 16) << format << " by way of " << other;
-        }
-    }
-}
-
 TEST_F(Blit, FormatsOfTheSameSamplesTurnIntoEachOtherExactly) {
     const std::vector<int> rounds[] = {
         {SCREEN_FORMAT_NV12, SCREEN_FORMAT_YV12, SCREEN_FORMAT_YUV420, SCREEN_FORMAT_NV12},

@@ -127,29 +127,6 @@ TEST_F(Egl, StateOfTheClientNeitherDisturbsTransfersNorChanges) {
     }
 }
 
-TEST_F(Egl, DrawAndReadSurfacesMayDiffer) {
-    const Picture source = make_picture(8, 8), target = make_picture(8, 8), read = make_picture(8, 8);
-    const EGLSurface read_surface = surface_of(read), draw_surface = surface_of(target);
-    texture_of(source);
-    use_tint(1, .5f, .25f);
-    EXPECT_TRUE(eglMakeCurrent(display, draw_surface, read_surface, gles));
-    fill(source, 24);
-    fill(read, 100);
-    const bytes untouched = pixels(read);
-    draw_quad();
-    bytes lowest(8 * 4);
-    glReadPixels(0, 0, 8, 1, GL_BGRA_EXT, GL_UNSIGNED_BYTE, lowest.data());
-    EXPECT_TRUE(std::equal(lowest.begin(), lowest.end(), read.at(0, 7)));
-    glFinish();
-    EXPECT_EQ(pixels(target), tinted(source));
-    fill(source, 48);
-    draw_quad();
-    EXPECT_TRUE(
-        eglDestroySurface(display, draw_surface));  // what was drawn can be read back no later than now
-    EXPECT_EQ(pixels(target), tinted(source));
-    EXPECT_EQ(pixels(read), untouched);
-}
-
 TEST_F(Egl, FormatsWithoutAlphaAreOpaque) {
     const Picture bare = make_picture(9, 5, SCREEN_FORMAT_RGBX8888),
                   rgb = make_picture(9, 5, SCREEN_FORMAT_RGB565);

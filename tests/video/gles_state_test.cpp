@@ -139,6 +139,7 @@ TEST_F(Gles, SurfacesOfTheWrongKindAreRefusedBeforeEglIsAsked) {
     const kel_audio_format audio = {48000, 2, KEL_AUDIO_TYPE_S16LE};
     kel_buffer_pool* audio_pool = kel_create_audio_buffer_pool(context, &audio, 10, 1);
     kel_buffer_pool* windows = make_window_pool(8, 8, 1);
+    EXPECT_EQ(kel_gles_make_current(context, EGL_NO_SURFACE), EGLBoolean{EGL_FALSE});
     kel_buffer no_pixmap = *target;
     no_pixmap.pixmap = nullptr;
     kel_buffer_pool no_window = {};
@@ -153,23 +154,6 @@ TEST_F(Gles, SurfacesOfTheWrongKindAreRefusedBeforeEglIsAsked) {
         EXPECT_EQ(faults.calls(), 0);
     }
     for (kel_buffer_pool** pool : {&audio_pool, &windows}) kel_destroy_buffer_pool(pool);
-}
-
-TEST_F(Gles, WindowSurfacesFillTheBuffersOfTheirPoolInTurn) {
-    kel_buffer_pool* windows = make_window_pool(8, 6, 2);
-    const EGLSurface surface = kel_gles_create_window_surface(context, windows);
-    EXPECT_TRUE(eglMakeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT));
-    EXPECT_EQ(kel_gles_make_current(context, EGL_NO_SURFACE), EGLBoolean{EGL_FALSE});
-    EXPECT_TRUE(kel_gles_make_current(context, surface));
-    for (int frame = 0; frame < 3; ++frame) {
-        glClearColor(static_cast<GLfloat>(frame) / 255, 0, 0, 1);
-        glClear(GL_COLOR_BUFFER_BIT);
-        EXPECT_TRUE(eglSwapBuffers(display, surface));
-        EXPECT_EQ(rows_of(&windows->buffers[frame % 2]).pixel(7, 5),
-                  (bytes{0, 0, static_cast<uint8_t>(frame), 255}));
-    }
-    EXPECT_TRUE(eglDestroySurface(display, surface));
-    kel_destroy_buffer_pool(&windows);
 }
 
 TEST_F(Gles, ShadersComeFromTextsAndFiles) {
