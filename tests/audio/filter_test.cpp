@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
-#include <complex>
 #include <memory>
 #include <random>
 #include <string>
@@ -87,11 +86,6 @@ struct SlowBiquad {
             out[i] = shifted(product(wet, value) + product(65536 - wet, in[i]));
         }
     }
-
-    std::complex<double> response(double w) const {
-        const auto z = std::polar(1.0, -w);
-        return (b0 + b1 * z + b2 * z * z) / (1.0 + a1 * z + a2 * z * z);
-    }
 };
 
 TEST(FilterRegistry, ClassesAndPortsAreAsListed) {
@@ -102,21 +96,22 @@ TEST(FilterRegistry, ClassesAndPortsAreAsListed) {
     EXPECT_EQ(kel_get_audio_filter_name(classes + 5), nullptr);
     EXPECT_EQ(kel_get_audio_filter_name(nullptr), nullptr);
 
-    constexpr uint32_t audio = KEL_AUDIO_TYPE_S24_8LE, param = KEL_AUDIO_TYPE_S16_16LE;
+    const kel_audio_format audio = {8000, 3, KEL_AUDIO_TYPE_S24_8LE},
+                           param = {8000, 3, KEL_AUDIO_TYPE_S16_16LE};
     const struct {
         const char *filter, *name;
         decltype(&kel_get_audio_filter_input) find;
         uint32_t flags;
-        int32_t decimation, channels;
-        uint32_t type;
+        int32_t decimation;
+        kel_audio_format format;
     } rows[] = {
-        {"gain", "audio", kel_get_audio_filter_input, 2, 1, 3, audio},
-        {"gain", "gain", kel_get_audio_filter_input, 10, 1, 3, param},
-        {"gain", "audio", kel_get_audio_filter_output, 4, 1, 3, audio},
-        {"notch", "audio", kel_get_audio_filter_input, 0, 1, 3, audio},
-        {"notch", "freq", kel_get_audio_filter_input, 0, 1024, 1, audio},
-        {"notch", "mix", kel_get_audio_filter_input, 0, 1, 3, param},
-        {"notch", "audio", kel_get_audio_filter_output, 0, 1, 3, audio},
+        {"gain", "audio", kel_get_audio_filter_input, 2, 1, audio},
+        {"gain", "gain", kel_get_audio_filter_input, 10, 1, param},
+        {"gain", "audio", kel_get_audio_filter_output, 4, 1, audio},
+        {"notch", "audio", kel_get_audio_filter_input, 0, 1, audio},
+        {"notch", "freq", kel_get_audio_filter_input, 0, 1024, {8000, 1, KEL_AUDIO_TYPE_S24_8LE}},
+        {"notch", "mix", kel_get_audio_filter_input, 0, 1, param},
+        {"notch", "audio", kel_get_audio_filter_output, 0, 1, audio},
     };
     for (const auto& row : rows) {
         const Filter filter = make(row.filter, 3, 8000);
@@ -124,10 +119,9 @@ TEST(FilterRegistry, ClassesAndPortsAreAsListed) {
         ASSERT_TRUE(port) << row.filter << row.name;
         EXPECT_EQ(port->flags, row.flags);
         EXPECT_EQ(port->decimation, row.decimation);
-        const kel_audio_format expected = {8000, row.channels, row.type}, whole = {8000, 3, audio};
-        EXPECT_FALSE(kel_audio_formats_differ(&port->format, &expected)) << row.filter << row.name;
-        EXPECT_FALSE(kel_audio_formats_differ(&filter->format, &whole));
-        EXPECT_FALSE(kel_audio_formats_differ(&filter->output_format, &whole));
+        EXPECT_FALSE(kel_audio_formats_differ(&port->format, &row.format)) << row.filter << row.name;
+        EXPECT_FALSE(kel_audio_formats_differ(&filter->format, &audio));
+        EXPECT_FALSE(kel_audio_formats_differ(&filter->output_format, &audio));
         EXPECT_EQ(filter->ninputs + filter->noutputs, row.filter[0] == 'g' ? 3 : 4);
     }
 }
@@ -203,27 +197,28 @@ TEST(FilterRegistry, FailedAllocationsLeaveNothing) {
 }
 
 TEST(FilterParameters, Ramps) {
+    constexpr uint32_t S16_16 = KEL_AUDIO_TYPE_S16_16LE, S24_8 = KEL_AUDIO_TYPE_S24_8LE;
     const struct {
-        uint32_t type;
-        int32_t channels, channel, begin, end;
+        kel_audio_format format;
+        int32_t channel, begin, end, count;
         float from, to;
         Values expected;
     } rows[] = {
-        {KEL_AUDIO_TYPE_S16_16LE, 2, 1, 0, 4, 0, 1, {guard, 0, guard, 16384, guard, 32768, guard, 49152}},
-        {KEL_AUDIO_TYPE_S24_8LE, 1, 0, 7, 10, 100, 100, {25600, 25600, 25600, guard}},
-        {KEL_AUDIO_TYPE_S24_8LE, 1, 0, -1, 2, -1, 0.5f, {-256, -128, 0, guard}},
-        {KEL_AUDIO_TYPE_S24_8LE, 1, 0, 0, 2, 1e9f, -3e9f, {highest, lowest, guard}},
-        {KEL_AUDIO_TYPE_S16_16LE, 1, 0, 5, 5, 0, 1, {guard}},
-        {KEL_AUDIO_TYPE_S16_16LE, 1, 0, highest, lowest, 0, 1, {guard}},
-        {KEL_AUDIO_TYPE_S16_16LE, 1, 0, 0, 1, NAN, 1, {0, guard}},
+        {{1, 2, S16_16}, 1, 0, 4, 4, 0, 1, {guard, 0, guard, 16384, guard, 32768, guard, 49152}},
+        {{1, 1, S24_8}, 0, 7, 10, 3, 100, 100, {25600, 25600, 25600, guard}},
+        {{1, 1, S24_8}, 0, -1, 2, 3, -1, 0.5f, {-256, -128, 0, guard}},
+        {{1, 1, S24_8}, 0, 0, 2, 2, 1e9f, -3e9f, {highest, lowest, guard}},
+        {{1, 1, S16_16}, 0, 5, 5, 0, 0, 1, {guard}},
+        {{1, 1, S16_16}, 0, highest, lowest, 0, 0, 1, {guard}},
+        {{1, 1, S16_16}, 0, 0, 1, 1, NAN, 1, {0, guard}},
     };
     for (const auto& row : rows) {
         Values values(row.expected.size(), guard);
         kel_audio_filter_port port = {};
-        port.format = {48000, row.channels, row.type};
+        port.format = row.format;
         give(&port, values);
-        const int64_t count = std::max<int64_t>(int64_t{row.end} - row.begin, 0);
-        EXPECT_EQ(kel_linint_audio_param(&port, row.channel, row.begin, row.end, row.from, row.to), count);
+        const auto count = kel_linint_audio_param(&port, row.channel, row.begin, row.end, row.from, row.to);
+        EXPECT_EQ(count, row.count);
         EXPECT_EQ(values, row.expected);
     }
 }
@@ -306,41 +301,6 @@ TEST(BiquadFilter, BlocksEqualTheFormulas) {
                 ASSERT_EQ(out, expected) << name << " block " << block;
             }
             EXPECT_EQ(counter.allocations(), 0);
-        }
-    }
-}
-
-TEST(BiquadFilter, TruncationSettlesBelowAConstantInput) {
-    const Filter filter = make("lowpass", 1);
-    Values in(20000, 25600), freq(20000, 1000 << 8), out(20000);
-    give(filter->inputs, in), give(filter->inputs + 1, freq), give(filter->outputs, out);
-    ASSERT_EQ(kel_pump_audio_filter(filter.get(), 20000), 20000);
-    EXPECT_EQ(out.back(), 25590);
-}
-
-// Sines at full scale follow the textbook response within 0.1 dB wherever it is above -60 dB.
-TEST(BiquadFilter, SinesFollowTheTextbook) {
-    constexpr size_t frames = 24000;
-    for (const char* name : biquads) {
-        SlowBiquad textbook(1);
-        textbook.set(name, 1000, 48000);
-        for (double hertz = 30; hertz < 22000; hertz *= 1.7) {
-            hertz = std::round(hertz / 10) * 10;  // whole periods in the measured half
-            const double w = 2 * M_PI * hertz / 48000;
-            const Filter filter = make(name, 1);
-            Values in(frames), freq(frames, 1000 << 8), out(frames);
-            for (size_t n = 0; n < frames; ++n)
-                in[n] = static_cast<int32_t>(1e9 * std::sin(w * static_cast<double>(n)));
-            give(filter->inputs, in), give(filter->inputs + 1, freq), give(filter->outputs, out);
-            ASSERT_EQ(kel_pump_audio_filter(filter.get(), frames), static_cast<int32_t>(frames));
-            std::complex<double> sum = 0;
-            for (size_t n = frames / 2; n < frames; ++n)
-                sum += double(out[n]) * std::polar(1.0, -w * static_cast<double>(n));
-            const double level = 20 * std::log10(std::abs(sum) / (frames / 4) / 1e9);
-            const double expected = 20 * std::log10(std::abs(textbook.response(w)));
-            if (expected > -60) {
-                EXPECT_NEAR(level, expected, 0.1) << name << " at " << hertz << " Hz";
-            }
         }
     }
 }

@@ -33,36 +33,28 @@ TEST(AudioFormat, SizesAndNames) {
 
 TEST(AudioFormat, TimingTruncatesTowardZero) {
     const struct {
+        int64_t (*convert)(int32_t, int64_t);
         int32_t rate;
-        int64_t nsamples, pts;
-    } to_pts[] = {
-        {44100, 44100, 1000000},
-        {48000, 1, 20},
-        {48000, -1, -20},
-        {48000, 0, 0},
-        {8000, INT64_C(1) << 40, 137438953472000},
-        {1, INT64_MAX, -1000000},           // the product wraps at 64 bits
-        {-1, INT64_C(1) << 57, INT64_MIN},  // also where a processor's division would trap
-        {-48000, 48000, -1000000},
-        {0, 7, 0},
+        int64_t value, expected;
+    } rows[] = {
+        {kel_get_audio_pts_from_nsamples, 44100, 44100, 1000000},
+        {kel_get_audio_pts_from_nsamples, 48000, 1, 20},
+        {kel_get_audio_pts_from_nsamples, 48000, -1, -20},
+        {kel_get_audio_pts_from_nsamples, 8000, INT64_C(1) << 40, 137438953472000},
+        {kel_get_audio_pts_from_nsamples, 1, INT64_MAX, -1000000},           // the product wraps at 64 bits
+        {kel_get_audio_pts_from_nsamples, -1, INT64_C(1) << 57, INT64_MIN},  // where a division may trap
+        {kel_get_audio_pts_from_nsamples, -48000, 48000, -1000000},
+        {kel_get_audio_pts_from_nsamples, 0, 7, 0},
+        {kel_get_audio_nsamples_from_pts, 44100, 1000, 44},
+        {kel_get_audio_nsamples_from_pts, 48000, -21, -1},
+        {kel_get_audio_nsamples_from_pts, 48000, -20, 0},
+        {kel_get_audio_nsamples_from_pts, 0, 5, 0},
+        {kel_get_audio_nsamples_from_pts, 2, INT64_MAX, 0},
+        {kel_get_audio_nsamples_from_pts, -44100, 1000, -44},
+        {kel_get_audio_nsamples_from_pts, 192000, INT64_C(36000000000), INT64_C(6912000000)},
     };
-    for (const auto& row : to_pts) {
-        EXPECT_EQ(kel_get_audio_pts_from_nsamples(row.rate, row.nsamples), row.pts)
-            << row.rate << " " << row.nsamples;
-    }
-    const struct {
-        int32_t rate;
-        int64_t pts, nsamples;
-    } to_nsamples[] = {
-        {44100, 1000, 44},   {48000, 20, 0},
-        {48000, -21, -1},    {48000, -20, 0},
-        {0, 5, 0},           {2, INT64_MAX, 0},
-        {-44100, 1000, -44}, {192000, INT64_C(36000000000), INT64_C(6912000000)},
-    };
-    for (const auto& row : to_nsamples) {
-        EXPECT_EQ(kel_get_audio_nsamples_from_pts(row.rate, row.pts), row.nsamples)
-            << row.rate << " " << row.pts;
-    }
+    for (const auto& row : rows)
+        EXPECT_EQ(row.convert(row.rate, row.value), row.expected) << row.rate << " " << row.value;
 }
 
 TEST(AudioFormat, DiffersInAnyField) {
