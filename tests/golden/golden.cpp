@@ -2,15 +2,13 @@
 
 #include <png.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <sstream>
 #include <stdexcept>
 
 namespace golden {
 namespace {
-
-constexpr int named_pixels = 8;
 
 [[noreturn]] void fail(const std::string& path, const png_image& image) {
     throw std::runtime_error(path + ": " + image.message);
@@ -65,19 +63,17 @@ testing::AssertionResult same(const Picture& actual, const Picture& expected, in
         return testing::AssertionFailure() << "size " << actual.width << " x " << actual.height
                                            << " instead of " << expected.width << " x " << expected.height;
     }
-    if (actual.bgra == expected.bgra) return testing::AssertionSuccess();
-    std::ostringstream differences;
     int count = 0;
-    for (int y = 0; y < actual.height; ++y) {
-        for (int x = 0; x < actual.width; ++x) {
-            if (close(actual.pixel(x, y), expected.pixel(x, y), tolerance) || count++ >= named_pixels)
-                continue;
-            differences << "\n  (" << x << ", " << y << ") is " << describe(actual.pixel(x, y))
-                        << " instead of " << describe(expected.pixel(x, y));
-        }
+    std::size_t first = 0;
+    for (std::size_t i = 0; i < actual.bgra.size(); i += 4) {
+        if (close(&actual.bgra[i], &expected.bgra[i], tolerance)) continue;
+        if (count++ == 0) first = i;
     }
     if (count == 0) return testing::AssertionSuccess();
-    return testing::AssertionFailure() << count << " pixels differ:" << differences.str();
+    const std::size_t width = std::size_t(actual.width), pixel = first / 4;
+    return testing::AssertionFailure()
+           << count << " pixels differ; the first, (" << pixel % width << ", " << pixel / width << "), is "
+           << describe(&actual.bgra[first]) << " instead of " << describe(&expected.bgra[first]);
 }
 
 testing::AssertionResult matches(const std::string& name, const Picture& picture, int tolerance) {

@@ -17,7 +17,6 @@ struct Picture {
     int width = 0;
     int height = 0;
     std::vector<uint8_t> bgra;
-    const uint8_t* pixel(int x, int y) const { return &bgra[(std::size_t(y) * width + x) * 4]; }
 };
 
 // A copy of width x height pixels whose rows are `stride` bytes apart.
@@ -27,7 +26,7 @@ Picture copy(const void* pixels, int width, int height, std::ptrdiff_t stride);
 Picture read_png(const std::string& path);
 void write_png(const std::string& path, const Picture& picture);
 
-// Names the pixels that differ. With a tolerance, each channel's share of what is seen (channel times alpha) and
+// Counts the pixels that differ and names the first. With a tolerance, each channel's share of what is seen (channel times alpha) and
 // alpha itself may differ by that much.
 testing::AssertionResult same(const Picture& actual, const Picture& expected, int tolerance = 0);
 

@@ -92,30 +92,17 @@ const kel_allocator_interface allocator_table = {
     nullptr,
     nullptr};
 const mmf_filter_interface filter_table = {create, destroy};
-const mmf_control_interface control_table = {
-    [](kel_filter*) { return answer("start"); }, [](kel_filter*) { return answer("stop"); },
-    [](kel_filter*) { return answer("pause"); }, [](kel_filter*) { return answer("resume"); },
-    [](kel_filter*) { return answer("status"); }};
-const mmf_seeker_interface seeker_table = {[](kel_filter*) { return 2; },
-                                           [](kel_filter*, uint32_t unit, uint64_t pts) {
-                                               EXPECT_TRUE(unit == 2 && pts == 77);
-                                               return answer("seek");
-                                           }};
 const mmf_event_interface event_table = {
     [](kel_filter*, int* type, int* cursor) { return (*type = MM_EV_ERR, (*cursor)++ == 0) ? 0 : -1; },
     [](kel_filter*, mmf_event_poster own) { return poster = own, 0; },
     [](kel_filter*, int) { return answer("enable"); }};
-const mmf_sink_interface sink_table = {[](kel_filter*) { return answer("process"); }};
 
 const AOInterface_t whole[] = {{"Name", 1, "fake"},
                                {"MediaFilter", 110, &filter_table},
                                {"MediaOutput", 101, &output_table},
                                {"MediaInput", 101, &input_table},
                                {"MediaMemoryAllocator", 121, &allocator_table},
-                               {"MediaControl", 101, &control_table},
-                               {"MediaSeeker", 102, &seeker_table},
                                {"MediaEventProducer", 100, &event_table},
-                               {"MediaSink", 100, &sink_table},
                                {nullptr, 0, nullptr}};
 const AOInterface_t without_allocator[] = {{"Name", 1, "plain"},
                                            {"MediaFilter", 110, &filter_table},
@@ -332,30 +319,6 @@ TEST_F(Framework, HasPlainMemoryWhereNeitherEndHasAnAllocator) {
     }
     EXPECT_TRUE(memory.not_supported() && !memory.free_memory_pool(nullptr) &&
                 !memory.get_memory_pool_attributes(nullptr));
-}
-
-TEST_F(Framework, ControlsEveryFilter) {
-    const std::pair<int (*)(mm_graph*), const char*> controls[] = {
-        {MmStart, "start"},
-        {MmStop, "stop"},
-        {MmPause, "pause"},
-        {MmResume, "resume"},
-        {[](mm_graph* g) { return MmSeek(g, 77); }, "seek"}};
-    for (const auto& [control, name] : controls)
-        for (int result : {0, 5}) {
-            calls.clear();
-            answers[name] = result;
-            EXPECT_EQ(control(graph), result);
-            EXPECT_EQ(calls, (std::vector<std::string>{name, name}));
-        }
-    for (int status :
-         {MM_STATUS_PLAYING, MM_STATUS_PAUSED, MM_STATUS_END_OF_STREAM, MM_STATUS_ERROR, MM_STATUS_STOPPED}) {
-        answers["status"] = answers["process"] = status;
-        EXPECT_EQ(MmGetStatus(graph), status);
-        EXPECT_EQ(MmProcess(graph), status);
-    }
-    answers["status"] = MM_STATUS_PAUSE_PENDING;
-    EXPECT_EQ(MmGetStatus(graph), MM_STATUS_STOPPED);
 }
 
 TEST_F(Framework, KeepsEvents) {
