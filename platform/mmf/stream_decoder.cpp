@@ -1,6 +1,7 @@
 #include "mmf/stream_decoder.hpp"
 
 #include <cmath>
+#include <cstring>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -86,6 +87,7 @@ bool stream_decoder::send_next_packet() {
             av_packet_unref(packet_);
             continue;
         }
+        if (packet_->flags & AV_PKT_FLAG_CORRUPT) leave_out("a packet is cut off");
         status = avcodec_send_packet(codec_, packet_);
         av_packet_unref(packet_);
         if (status >= 0) return true;
@@ -152,7 +154,12 @@ bool stream_decoder::seek(int64_t position) {
 }
 
 int64_t stream_decoder::duration() const {
-    if (format_->duration != AV_NOPTS_VALUE) return std::max<int64_t>(format_->duration, 0);
+    if (format_->duration != AV_NOPTS_VALUE) {
+        // Matroska counts from its time zero, not from its first frame.
+        const bool from_zero = std::strncmp(format_->iformat->name, "matroska", 8) == 0;
+        const int64_t before = from_zero && format_->start_time != AV_NOPTS_VALUE ? format_->start_time : 0;
+        return std::max<int64_t>(format_->duration - before, 0);
+    }
     if (stream_->duration == AV_NOPTS_VALUE) return 0;
     return av_rescale_q(stream_->duration, stream_->time_base, microseconds);
 }

@@ -1,9 +1,18 @@
 #include "media_input.hpp"
 
+#include <algorithm>
+#include <cstdio>
+
 #include "failure.hpp"
 #include "graph.hpp"
 
 namespace kel_tool {
+namespace {
+
+// Files may be wrong about their length by this much and a tenth.
+constexpr int64_t tolerance = 1000000;  // microseconds
+
+}  // namespace
 
 media_input::media_input(const session& session, const std::string& path, const media_wishes& wishes)
     : path_(path), graph_(MmCreateGraph()) {
@@ -25,6 +34,7 @@ media_input::media_input(const session& session, const std::string& path, const 
     set_number(writer, "MinVideoBuffers", wishes.video_buffers);
     if (audio) audio_ = connect(audio, input_of(writer, MM_MEDIA_AUDIO));
     if (video) video_ = connect(video, input_of(writer, MM_MEDIA_VIDEO));
+    open_streams_ = (audio_ != nullptr) + (video_ != nullptr);
     MmStart(graph_.get());
     MmResume(graph_.get());
 }
@@ -59,7 +69,32 @@ void media_input::seek(int64_t pts) {
 bool media_input::read(kel_channel* channel, kel_slice& slice) {
     while (kel_writer_read_slice(channel, &slice) == 0)
         if (slice.buffer) return true;
+    --open_streams_;
     return false;
+}
+
+bool media_input::read_audio(kel_slice& slice) {
+    if (!read(audio_, slice)) return false;
+    audio_end_ = static_cast<int64_t>(slice.pts) +
+                 kel_get_audio_pts_from_nsamples(audio()->audio.rate, slice.spec.audio.nsamples);
+    return true;
+}
+
+bool media_input::read_video(kel_slice& slice) {
+    if (!read(video_, slice)) return false;
+    video_end_ = static_cast<int64_t>(slice.pts);
+    return true;
+}
+
+std::string media_input::damage() {
+    const std::string event = last_event();
+    const int64_t end = std::max<int64_t>(audio_end_, video_end_);
+    if (!event.empty() || open_streams_ > 0 || end == 0 || end + tolerance + end / 10 >= duration())
+        return event;
+    char text[100];
+    std::snprintf(text, sizeof text, ": it ends early, at %.1f of %.1f seconds",
+                  static_cast<double>(end) / 1e6, static_cast<double>(duration()) / 1e6);
+    return path_ + text;
 }
 
 // What the source has to say, the newest word of it.

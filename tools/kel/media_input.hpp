@@ -4,6 +4,7 @@
 #include <kel.h>
 #include <mm/mmf.h>
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 
@@ -39,14 +40,15 @@ class media_input {
     void seek(int64_t pts);
 
     // The next slice, which the input keeps until the next call (take a reference to hold it longer); false at the end.
-    bool read_audio(kel_slice& slice) { return read(audio_, slice); }
-    bool read_video(kel_slice& slice) { return read(video_, slice); }
+    bool read_audio(kel_slice& slice);
+    bool read_video(kel_slice& slice);
 
-    // What was found damaged since the last call, in words, or empty. A stream is judged when it ends. Any thread.
-    std::string damage() { return last_event(); }
+    // What was found damaged since the last call, in words, or empty. A stream is judged when it ends, the file's length
+    // when all have. Any thread.
+    std::string damage();
 
   private:
-    static bool read(kel_channel* channel, kel_slice& slice);
+    bool read(kel_channel* channel, kel_slice& slice);
     kel_channel* connect(kel_channel* output, kel_channel* input);
     std::string last_event();
 
@@ -55,6 +57,8 @@ class media_input {
     kel_filter* source_ = nullptr;  // the graph's
     kel_channel* audio_ = nullptr;  // the writer's
     kel_channel* video_ = nullptr;
+    std::atomic<int64_t> audio_end_{0}, video_end_{0};  // microseconds, of what was read
+    std::atomic<int> open_streams_{0};
 };
 
 }  // namespace kel_tool

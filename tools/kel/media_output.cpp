@@ -77,6 +77,10 @@ void media_output::write() {
     if (status == MM_STATUS_END_OF_STREAM) return;
     const char* text = resource<char>(sink_, "Error");
     error_ = text ? text : "the output cannot be written";
+    if (error_.find("no encoder of video") != std::string::npos)
+        error_ += " (--no-video leaves the pictures out)";
+    if (error_.find("no encoder of audio") != std::string::npos)
+        error_ += " (--no-audio leaves the sound out)";
     failed_ = true;
     if (audio_) audio_->abort();
     if (video_) video_->abort();

@@ -67,23 +67,21 @@ overlay::overlay(session& session, const overlay_options& options, int width, in
     if (!buffer_) throw failure("no picture for the text can be made");
     slice_ = kel_slice_for_buffer(buffer_.get());
     ink_ = {0, 0, width, height};
-    render("0");  // any font has it
-    if (ink_.width == 0 && !options_.position) throw failure(options_.font + ": it cannot be used as a font");
+    if (render("0") == 0) throw failure(options_.font + ": it cannot be used as a font");
 }
 
-// Draws the text on nothing.
-void overlay::render(const std::string& text) {
+// Draws the text on nothing; the number of glyphs.
+int overlay::render(const std::string& text) {
     kel_fill_video(&slice_, 0, &ink_);
     screen_flush_blits(context_->screen_context, SCREEN_WAIT_IDLE);
     const kel_text_style style = {options_.font.c_str(), options_.color, options_.size, options_.halign,
                                   options_.valign};
     kel_rect ink = {};
-    if (options_.box)
-        kel_text_draw_in_bb(&slice_, text.c_str(), &*options_.box, &style, &ink);
-    else
-        kel_text_draw(&slice_, text.c_str(), &*options_.position, &style, &ink);
+    const int glyphs = options_.box ? kel_text_draw_in_bb(&slice_, text.c_str(), &*options_.box, &style, &ink)
+                                    : kel_text_draw(&slice_, text.c_str(), &*options_.position, &style, &ink);
     ink_ = cut(ink, slice_.spec.video.width, slice_.spec.video.height);
     shown_ = text;
+    return glyphs;
 }
 
 void overlay::draw(const kel_slice& picture, int64_t pts, int64_t number) {

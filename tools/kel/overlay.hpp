@@ -35,7 +35,7 @@ class overlay {
     void draw(const kel_slice& picture, int64_t pts, int64_t number);
 
   private:
-    void render(const std::string& text);
+    int render(const std::string& text);
 
     overlay_options options_;
     kel_context* context_;

@@ -57,7 +57,7 @@ std::thread road::start(std::function<void()> work) {
 void road::check(media_input& input) {
     const std::string damage = input.damage();
     if (damage.empty()) return;
-    if (!accept_damage_) throw failure(damage + " (--accept-damage goes on without them)");
+    if (!accept_damage_) throw failure(damage + " (--accept-damage takes what is there)");
     std::fprintf(stderr, "kel: %s\n", damage.c_str());
 }
 
