@@ -80,6 +80,7 @@ packages_arm_sysroot=(
 
 # Peers that the benchmarks run beside.
 packages_bench=(
+    ffmpeg
     fonts-dejavu-core
     libavfilter-dev
     libavutil-dev

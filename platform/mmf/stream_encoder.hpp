@@ -10,6 +10,7 @@
 #include "mmf/pcm_stream.hpp"
 
 struct AVAudioFifo;
+struct AVBufferPool;
 struct AVCodecContext;
 struct AVFrame;
 struct SwrContext;
@@ -82,9 +83,11 @@ class video_encoder : public stream_encoder {
 
   private:
     explicit video_encoder(output_file& file) : stream_encoder(file) {}
+    bool get_picture();
 
     int rows_ = 0;  // of luma in a picture that comes
     SwsContext* scaler_ = nullptr;
+    AVBufferPool* pictures_ = nullptr;
     int64_t last_ = INT64_MIN;  // time of the last picture, in the encoder's units
 };
 

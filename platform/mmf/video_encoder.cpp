@@ -6,6 +6,7 @@
 
 extern "C" {
 #include <libavcodec/avcodec.h>
+#include <libavutil/imgutils.h>
 #include <libavutil/opt.h>
 #include <libswscale/swscale.h>
 }
@@ -16,6 +17,9 @@ namespace {
 // The usual frame rates divide it, and every encoder can count in it.
 constexpr AVRational ticks = {1, 60000};
 constexpr int usual_frame_rate = 25;
+
+// Encoders read whole vectors and blocks, also past a picture's edges.
+constexpr int alignment = 64, block_rows = 32;
 
 AVPixelFormat best_format(const AVCodec& codec) {
     if (!codec.pix_fmts) return AV_PIX_FMT_YUV420P;
@@ -60,6 +64,18 @@ std::unique_ptr<video_encoder> video_encoder::open(output_file& file, int width,
 
 video_encoder::~video_encoder() {
     sws_freeContext(scaler_);
+    av_buffer_pool_uninit(&pictures_);
+}
+
+// Memory for the frame's picture, out of a pool: new memory would cost a fault for every page of every picture.
+bool video_encoder::get_picture() {
+    const int rows = (frame_->height + block_rows - 1) / block_rows * block_rows;
+    const int bytes = av_image_get_buffer_size(context_->pix_fmt, frame_->width, rows, alignment);
+    if (bytes < 0) return false;
+    if (!pictures_) pictures_ = av_buffer_pool_init(static_cast<size_t>(bytes) + alignment, nullptr);
+    frame_->buf[0] = pictures_ ? av_buffer_pool_get(pictures_) : nullptr;
+    return frame_->buf[0] && av_image_fill_arrays(frame_->data, frame_->linesize, frame_->buf[0]->data,
+                                                  context_->pix_fmt, frame_->width, rows, alignment) >= 0;
 }
 
 bool video_encoder::write(const void* data, uint32_t bytes, int64_t pts, std::string& error) {
@@ -83,12 +99,13 @@ bool video_encoder::write(const void* data, uint32_t bytes, int64_t pts, std::st
         scaler_ = sws_getCachedContext(scaler_, context_->width, context_->height, AV_PIX_FMT_NV12,
                                        context_->width, context_->height, context_->pix_fmt, SWS_BILINEAR,
                                        nullptr, nullptr, nullptr);
-        if (!scaler_ || av_frame_get_buffer(frame_, 0) < 0 ||
+        if (!scaler_ || !get_picture() ||
             sws_scale(scaler_, planes, strides, 0, context_->height, frame_->data, frame_->linesize) < 0) {
             error = "a picture cannot be converted";
             return false;
         }
     }
+    frame_->quality = context_->global_quality;  // encoders with a quantiser take it from each picture
     const int64_t time = av_rescale_q(pts, {1, 1000000}, context_->time_base);
     frame_->pts = last_ = std::max(time, last_ == INT64_MIN ? time : last_ + 1);
     return encode(frame_, error);

@@ -69,6 +69,8 @@ std::vector<FaultPoint> file_fault_points() {
         KEL_FAULT_POINT(av_packet_alloc, nullptr, ENOMEM),
         KEL_FAULT_POINT(av_frame_alloc, nullptr, ENOMEM),
         KEL_FAULT_POINT(av_frame_get_buffer, AVERROR(ENOMEM), ENOMEM),
+        KEL_FAULT_POINT(av_buffer_pool_init, nullptr, ENOMEM),
+        KEL_FAULT_POINT(av_buffer_pool_get, nullptr, ENOMEM),
         KEL_FAULT_POINT(av_read_frame, AVERROR(EIO), EIO),
         KEL_FAULT_POINT(avcodec_send_packet, AVERROR(ENOMEM), ENOMEM),
         KEL_FAULT_POINT(avcodec_send_frame, AVERROR(ENOMEM), ENOMEM),

@@ -101,6 +101,23 @@ TEST_F(Media, SinkWritesEveryKindOfFile) {
     }
 }
 
+TEST_F(Media, SinkHeedsTheQuality) {
+    for (const char* codec : {"mpeg4", "libx264"}) {
+        uintmax_t smaller = 0;
+        for (int quality : {20, 50, 80}) {
+            MediaSpec spec;
+            spec.rate = 0;
+            spec.texts["VideoCodec"] = codec;
+            spec.numbers["VideoQuality"] = quality;
+            const std::string path = test_path("quality.mkv");
+            ASSERT_EQ(make_media(context, path, spec), "");
+            const uintmax_t size = std::filesystem::file_size(path);
+            EXPECT_GT(size, smaller * 5 / 4) << codec << " " << quality;
+            smaller = size;
+        }
+    }
+}
+
 TEST_F(Media, SourcePlaysRealRecordings) {
     for (const char* path :
          {"/usr/share/sounds/freedesktop/stereo/complete.oga", "/usr/share/sounds/alsa/Front_Center.wav"}) {
