@@ -5,6 +5,7 @@
 #include <unordered_set>
 #include <utility>
 
+#include "aoi/ffmpeg_log.hpp"
 #include "img/decode.hpp"
 
 using namespace platform::img;
@@ -65,6 +66,7 @@ int load(io_stream& stream, const img_decode_callouts_t* callouts, img_t& img) {
 
 int img_lib_attach(img_lib_t* ilib) {
     if (!ilib) return IMG_ERR_PARM;
+    platform::take_over_ffmpeg_log();
     std::lock_guard hold(attached_lock);
     static uintptr_t last = 0x5001;  // handles are odd and never used again
     try {

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <new>
 
+#include "aoi/ffmpeg_log.hpp"
 #include "mmf/file_filters.hpp"
 #include "mmf/stream_encoder.hpp"
 
@@ -106,6 +107,7 @@ void fill_resources(sink_state& state) {
 }
 
 kel_filter* create() {
+    take_over_ffmpeg_log();
     auto* filter = new (std::nothrow) kel_filter{};
     auto* state = new (std::nothrow) sink_state;
     auto* inputs = new (std::nothrow) kel_channel[input_count]{};

@@ -9,6 +9,7 @@
 #include <thread>
 #include <utility>
 
+#include "aoi/ffmpeg_log.hpp"
 #include "mmf/file_filters.hpp"
 #include "mmf/pcm_stream.hpp"
 #include "mmf/picture_stream.hpp"
@@ -75,6 +76,7 @@ void report(kel_filter* filter, const std::string& text) {
 }
 
 kel_filter* create() {
+    take_over_ffmpeg_log();
     auto* filter = new (std::nothrow) kel_filter{};
     auto* state = new (std::nothrow) source_state;
     if (!filter || !state) {
