@@ -157,32 +157,26 @@ TEST_F(Texture, MayOutliveTheStateAndTheSurface) {
 }  // TearDown counts the memory
 
 TEST(GlesThreads, ContextsOnSeveralThreadsAreIndependent) {
-    Watchdog watchdog(std::chrono::seconds(240));
+    const Watchdog watchdog(std::chrono::seconds(240));
     const EGLDisplay display = open_display();
     run_together(3, [display](int thread) {
         kel_context* context = kel_create_context();
         ASSERT_EQ(kel_gles_init(context, display), 0);
         const kel_video_format format = {SCREEN_FORMAT_RGBA8888, SCREEN_USAGE_OPENGL_ES2, 20 + thread, 10};
-        kel_buffer_pool* pool = kel_create_pixmap_buffer_pool(context, &format, 3);
-        kel_buffer* target = kel_acquire_buffer(pool);
-        kel_texture* texture = nullptr;
+        kel_buffer_pool* pool = kel_create_pixmap_buffer_pool(context, &format, 2);
+        kel_buffer *target = kel_acquire_buffer(pool), *source = kel_acquire_buffer(pool);
+        const kel_slice slice = kel_slice_for_buffer(source);
         for (int round = 0; round < stress_rounds(40); ++round) {
             const EGLSurface surface = kel_gles_create_pixmap_surface(context, target);
             if (round == 0) use_tint(1, .5f, .25f);
-            kel_buffer* source = kel_acquire_buffer(pool);
-            const kel_slice slice = kel_slice_for_buffer(source);
-            if (!texture)
-                texture = kel_gles_texture_from_slice(&slice);
-            else
-                EXPECT_EQ(kel_gles_retarget_texture(texture, &slice), 0);
+            kel_texture* texture = kel_gles_texture_from_slice(&slice);
             fill(rows_of(source), round * 12 + thread);
             draw_quad();
             EXPECT_TRUE(eglWaitClient());
-            EXPECT_TRUE(eglDestroySurface(display, surface));
             EXPECT_EQ(pixels(rows_of(target)), tinted(rows_of(source))) << thread << ' ' << round;
-            kel_release_buffer(source);
+            kel_gles_destroy_texture(&texture);
+            EXPECT_TRUE(eglDestroySurface(display, surface));
         }
-        kel_gles_destroy_texture(&texture);
         kel_destroy_buffer_pool(&pool);
         kel_destroy_context(&context);
     });
