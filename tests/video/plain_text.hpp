@@ -26,8 +26,6 @@ class PlainText {
     PlainText(const PlainText&) = delete;
     PlainText& operator=(const PlainText&) = delete;
 
-    size_t errors() const { return errors_; }  // glyphs that FreeType refused so far
-
     // Makes the glyphs of the text and gives the rectangle of their ink around the origin.
     kel_rect layout(const char* text, int32_t points) {
         end_glyphs();
@@ -42,10 +40,7 @@ class PlainText {
                 FT_Get_Kerning(face_, previous, index, FT_KERNING_DEFAULT, &delta);
                 pen.x += delta.x;
             }
-            if (FT_Load_Glyph(face_, index, FT_LOAD_NO_HINTING) != 0) {
-                ++errors_;
-                continue;
-            }
+            FT_Load_Glyph(face_, index, FT_LOAD_NO_HINTING);
             FT_Glyph glyph;
             FT_Get_Glyph(face_->glyph, &glyph);
             if (FT_Glyph_Transform(glyph, nullptr, &pen) != 0) {
@@ -134,10 +129,7 @@ class PlainText {
             if (c >= scene.clip.x || origin.y + r.y >= scene.clip.y || origin.y + r.y + r.height < 0) break;
             c += int(glyph->advance.x >> 16);
             if (c < 0) continue;
-            if (FT_Glyph_To_Bitmap(&glyph, FT_RENDER_MODE_NORMAL, nullptr, 1) != 0) {
-                ++errors_;
-                return {};
-            }
+            if (FT_Glyph_To_Bitmap(&glyph, FT_RENDER_MODE_NORMAL, nullptr, 1) != 0) return {};
             const auto* shape = reinterpret_cast<FT_BitmapGlyph>(glyph);
             c = origin.x + shape->left;
             put(to, shape->bitmap, c, origin.y - shape->top, scene);
@@ -165,5 +157,4 @@ class PlainText {
     FT_Library library_;
     FT_Face face_;
     std::vector<FT_Glyph> glyphs_;
-    size_t errors_ = 0;
 };

@@ -33,15 +33,6 @@ std::string bitmap_font() {
     return font + "ENDFONT\n";
 }
 
-// Overwrites a part of the outlines, so that some glyphs load, some differ and some are refused.
-std::string spoilt_font(std::string bytes) {
-    const size_t entry = bytes.find("glyf") + 8;
-    size_t offset = 0;
-    for (int i = 0; i < 4; ++i) offset = offset << 8 | static_cast<unsigned char>(bytes.at(entry + i));
-    for (size_t i = 2000; i < 9000; i += 53) bytes.at(offset + i) = static_cast<char>(i * 29);
-    return bytes;
-}
-
 }  // namespace
 
 std::string read_file(const std::string& path) {
@@ -64,7 +55,6 @@ const std::vector<TestFont>& test_fonts() {
         {"lato", folder + "lato/Lato-Regular.ttf"},
         {"noto", folder + "noto/NotoSans-Regular.ttf"},
         {"bitmap", file_of(bitmap_font())},
-        {"spoilt", file_of(spoilt_font(read_file(folder + "dejavu/DejaVuSans.ttf")))},
     };
     return fonts;
 }

@@ -1,4 +1,4 @@
-// Fonts that the tests use: packaged ones, and two that the tests make.
+// Fonts that the tests use: packaged ones, and one that the tests make.
 #pragma once
 
 #include <string>
@@ -11,7 +11,7 @@ struct TestFont {
     std::string path;
 };
 
-// Outline fonts with and without kerning, a font of 1-bit bitmaps, and an outline font with spoilt glyphs.
+// Outline fonts with and without kerning, and a font of 1-bit bitmaps.
 const std::vector<TestFont>& test_fonts();
 const std::string& test_font(const char* name);
 

@@ -17,18 +17,6 @@ std::vector<std::string> errors(const LogCapture& log) {
     return texts;
 }
 
-TEST_F(Text, BadFontsAreRefusedAndTriedAgain) {
-    const std::string good = kel_test::read_file(kel_test::test_font("dejavu"));
-    for (const std::string& path : {std::string("/proc/self/fd"), kel_test::file_of(""),
-                                    kel_test::file_of("?"), kel_test::file_of(good.substr(0, 300))}) {
-        const LogCapture log;
-        const kel_text_style style = {path.c_str(), ~0u, 12, 0, 0};
-        EXPECT_EQ(frame->draw({"A", style}), Outcome{});
-        EXPECT_EQ(kel_text_create(context, "A", &style, 0), nullptr);
-        EXPECT_EQ(errors(log).size(), 2u) << path;
-    }
-}
-
 TEST_F(Text, RefusesWhatIsNotThere) {
     const kel_text_style good = {kel_test::test_font("lato").c_str(), ~0u, 12, 0, 0}, no_path = {};
     const kel_point at = {0, 50};
@@ -51,9 +39,13 @@ TEST_F(Text, RefusesWhatIsNotThere) {
     EXPECT_EQ(kel_text_init(nullptr), EINVAL);
     kel_text_deinit(nullptr);
     const LogCapture log;
+    const std::string half = kel_test::file_of(kel_test::read_file(good.font_path).substr(0, 300));
+    for (const char* path : {half.c_str(), "/proc/self/fd", "/no/font"})
+        EXPECT_EQ(frame->draw({"A", {path, ~0u, 12, 0, 0}}), Outcome{}) << path;
     EXPECT_EQ(kel_text_create(context, "  ", &good, 0), nullptr) << "no ink";
     EXPECT_TRUE(log.has(2, "kel: allocate_video_buffers() invalid parameters."));
 }
+
 int open_to_read(const char* path, int flags) {
     return open(path, flags);
 }
