@@ -17,6 +17,7 @@ packages_build=(
     libgles-dev
     libglvnd-core-dev
     libpixman-1-dev
+    libpng-dev
     libswresample-dev
     libswscale-dev
     ninja-build
@@ -36,7 +37,6 @@ packages_test=(
     googletest
     libegl-mesa0
     libgl1-mesa-dri
-    libpng-dev
     mate-backgrounds
     python3
     sound-theme-freedesktop

@@ -1,5 +1,6 @@
 // kel: the library's work from the command line.
 #include <CLI/CLI.hpp>
+#include <cstdio>
 #include <exception>
 #include <iostream>
 
@@ -13,6 +14,7 @@ namespace {
 int run(CLI::App& app, int argc, char** argv) {
     try {
         app.parse(argc, argv);
+        if (std::fflush(stdout) != 0) throw kel_tool::failure("standard output cannot be written");
         return kel_tool::exit_done;
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? kel_tool::exit_done : kel_tool::exit_usage;
@@ -31,7 +33,9 @@ int main(int argc, char** argv) {
     CLI::App app("Decodes, mixes, filters, annotates and encodes media", "kel");
     app.require_subcommand(1);
     app.set_version_flag("--version", "kel " KEL_TOOL_VERSION);
-    app.failure_message(CLI::FailureMessage::simple);
+    app.failure_message([](const CLI::App*, const CLI::Error& error) {
+        return std::string("kel: ") + error.what() + "; --help tells more\n";
+    });
     int verbosity = 0;
     app.add_flag_function(
         "-v,--verbose", [&](std::int64_t count) { verbosity = static_cast<int>(count); },

@@ -9,7 +9,8 @@
 namespace kel_tool {
 namespace {
 
-constexpr int most_side = 8192;  // pixels; what OpenGL ES draws everywhere
+constexpr int most_side = 8192;           // pixels; what OpenGL ES draws everywhere
+constexpr int most_picture_side = 16384;  // pixels, of a still picture
 
 [[noreturn]] void refuse(const std::string& text, const std::string& wanted) {
     throw failure("'" + text + "' is not " + wanted, exit_usage);
@@ -60,6 +61,19 @@ picture_size parse_size(const std::string& text) {
     for (int side : sides)
         if (side < 2 || side > most_side || side % 2 != 0) refuse(text, wanted);
     return {sides[0], sides[1]};
+}
+
+picture_size parse_pair(const std::string& text, int most, const std::string& wanted) {
+    int sides[2];
+    parse_integers(text, 'x', sides, wanted);
+    for (int side : sides)
+        if (side < 1 || side > most) refuse(text, wanted);
+    return {sides[0], sides[1]};
+}
+
+picture_size parse_picture_size(const std::string& text) {
+    return parse_pair(text, most_picture_side,
+                      "a size: WIDTHxHEIGHT, from 1 to " + std::to_string(most_picture_side));
 }
 
 kel_point parse_position(const std::string& text) {

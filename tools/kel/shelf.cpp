@@ -26,6 +26,10 @@ std::string find_share_folder() {
     throw failure("the folder of the video filters (share/kel) is not there; set KEL_SHARE to it");
 }
 
+bool is_file(const std::string& name) {
+    return name.find('/') != std::string::npos || name.ends_with(".glsl");
+}
+
 }  // namespace
 
 const std::string& share_folder() {
@@ -41,13 +45,16 @@ std::vector<std::string> shelf_files() {
     return files;
 }
 
+std::string filter_path(const std::string& name) {
+    return is_file(name) ? name : share_folder() + "/filters/" + name + ".glsl";
+}
+
 kel_video_filter* find_filter(const std::string& name) {
-    const bool is_file = name.find('/') != std::string::npos || name.ends_with(".glsl");
-    const std::string path = is_file ? name : share_folder() + "/filters/" + name + ".glsl";
+    const std::string path = filter_path(name);
     std::error_code ignored;
     if (!fs::exists(path, ignored))
-        throw failure(is_file ? path + ": no such file"
-                              : "no video filter is named " + name + "; see: kel filters");
+        throw failure(is_file(name) ? path + ": no such file"
+                                    : "no video filter is named " + name + "; see: kel filters");
     kel_video_filter* filter = kel_load_video_filter_shader_from_file(path.c_str());
     if (!filter) throw failure(path + ": it is not a video filter: its header comment must name one");
     return filter;

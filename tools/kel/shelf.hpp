@@ -14,6 +14,9 @@ const std::string& share_folder();  // throws failure
 // The shelf's filter files, by name.
 std::vector<std::string> shelf_files();
 
+// The file of a filter: a shelf name's, or the path itself.
+std::string filter_path(const std::string& name);
+
 // A filter by its name on the shelf or the path of its file (anything with a slash or ending in .glsl). Throws failure.
 kel_video_filter* find_filter(const std::string& name);
 

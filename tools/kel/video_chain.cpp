@@ -1,5 +1,8 @@
 #include "video_chain.hpp"
 
+#include <cfloat>
+#include <cmath>
+#include <cstdio>
 #include <string>
 
 #include "failure.hpp"
@@ -15,6 +18,24 @@ std::string parameter_names(const kel_video_filter* filter) {
     for (int i = 0; i < kel_get_video_filter_num_params(filter); ++i)
         names += (i ? ", " : "") + std::string(kel_get_video_filter_param(filter, i)->name);
     return names.empty() ? "none" : names;
+}
+
+// The library clamps nothing: the bounds are for those who let people choose.
+void check_values(const std::string& filter, const kel_video_filter_param& param,
+                  const std::vector<double>& values) {
+    const std::string what = filter + ": " + param.name;
+    if (values.size() > static_cast<size_t>(param.count))
+        throw failure(what + " has " + std::to_string(param.count) + " values", exit_usage);
+    for (size_t i = 0; i < values.size(); ++i) {
+        if (param.type == KEL_PARAM_INT && values[i] != std::trunc(values[i]))
+            throw failure(what + " is a whole number", exit_usage);
+        char bound[40] = "";
+        if (param.min[i] != DBL_MIN && values[i] < param.min[i])
+            std::snprintf(bound, sizeof bound, " is at least %g", param.min[i]);
+        if (param.max[i] != DBL_MAX && values[i] > param.max[i])
+            std::snprintf(bound, sizeof bound, " is at most %g", param.max[i]);
+        if (*bound) throw failure(what + bound, exit_usage);
+    }
 }
 
 // The driver's word on a shader, its first line.
@@ -40,10 +61,7 @@ std::vector<chosen_filter> choose_filters(const std::vector<filter_spec>& specs)
                 throw failure(
                     spec.name + " has no parameter " + given.name + "; it has: " + parameter_names(filter),
                     exit_usage);
-            const int count = kel_get_video_filter_param(filter, index)->count;
-            if (given.values.size() > static_cast<size_t>(count))
-                throw failure(spec.name + ": " + given.name + " has " + std::to_string(count) + " values",
-                              exit_usage);
+            check_values(spec.name, *kel_get_video_filter_param(filter, index), given.values);
         }
         filters.push_back({filter, spec});
     }
