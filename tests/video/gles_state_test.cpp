@@ -41,15 +41,14 @@ EGLBoolean samples_of(EGLDisplay, EGLConfig config, EGLint, EGLint* value) {
     return has_samples;
 }
 
-EGLBoolean no_match(EGLDisplay, const EGLint*, EGLConfig*, EGLint, EGLint* count) {
-    *count = 0;
-    return EGL_TRUE;
-}
-
 TEST(GlesState, TakesTheLastConfigurationWithoutMultisamplingOrTheFirst) {
     const EGLDisplay display = open_display();
     kel_context* context = kel_create_context();
     {
+        const auto no_match = +[](EGLDisplay, const EGLint*, EGLConfig*, EGLint, EGLint* count) {
+            *count = 0;
+            return EGLBoolean{EGL_TRUE};
+        };
         const ImportHook none = hook(no_match, "eglChooseConfig");
         EXPECT_EQ(kel_gles_init(context, display), 22);
     }
@@ -109,17 +108,11 @@ TEST_F(Gles, SurfacesAreLeftCurrentOrNotAtAll) {
     kel_destroy_buffer_pool(&windows);
 }
 
-const char *egl_extensions, *gl_extensions;
-const char* made_up_egl_string(EGLDisplay, EGLint) {
-    return egl_extensions;
-}
-const GLubyte* made_up_gl_string(GLenum) {
-    return reinterpret_cast<const GLubyte*>(gl_extensions);
-}
-
 TEST_F(Gles, SurfacesNeedTheImageExtensions) {
-    const ImportHook hooks[] = {hook(made_up_egl_string, "eglQueryString"),
-                                hook(made_up_gl_string, "glGetString")};
+    static const char *egl_text, *gl_text;
+    const auto egl_string = +[](EGLDisplay, EGLint) { return egl_text; };
+    const auto gl_string = +[](GLenum) { return reinterpret_cast<const GLubyte*>(gl_text); };
+    const ImportHook hooks[] = {hook(egl_string, "eglQueryString"), hook(gl_string, "glGetString")};
     const std::tuple<const char*, const char*, bool> rows[] = {
         {"EGL_KHR_image EGL_KHR_gl_texture_2D_image", "GL_OES_EGL_image", true},
         {"EGL_KHR_image_base xEGL_KHR_gl_texture_2D_imagex", "GL_OES_EGL_image_external", true},  // parts do
@@ -127,8 +120,8 @@ TEST_F(Gles, SurfacesNeedTheImageExtensions) {
         {"EGL_KHR_image", "GL_OES_EGL_image", false},
         {"EGL_KHR_image EGL_KHR_gl_texture_2D_image", "GL_OES_EGL", false}};
     for (const auto& [egl, gl, enough] : rows) {
-        egl_extensions = egl;
-        gl_extensions = gl;
+        egl_text = egl;
+        gl_text = gl;
         const EGLSurface surface = kel_gles_create_pixmap_surface(context, target);
         EXPECT_EQ(surface != EGL_NO_SURFACE, enough) << egl << ", " << gl;
         EXPECT_TRUE(!surface || eglDestroySurface(display, surface));
