@@ -80,32 +80,4 @@ inline kel_queue* queue_of(kel_filter* reader, const char* name) {
     return queue;
 }
 
-// What a reader delivers, read back.
-struct Delivered {
-    struct Property {
-        int type;
-        uint32_t value;
-        uint16_t value16;
-        bool operator==(const Property&) const = default;
-    };
-    std::vector<Property> properties;
-    kel_mmf_buffer* record = nullptr;
-    uint8_t* data = nullptr;
-    uint32_t size = 0;
-
-    explicit Delivered(mmf_mra* mra) {
-        int type = 0;
-        for (int index = 0; MmfGetMraElementType(mra, index, &type) == 0; ++index) {
-            Property each{};
-            void* pointer = nullptr;
-            if (type == MM_ELEMENT_PROPERTY) {
-                MmfGetMraPropertyElement(mra, index, &each.type, &each.value, &each.value16);
-                properties.push_back(each);
-            } else if (MmfGetMraBufferElement(mra, index, &record, &pointer, &size) == 0) {
-                data = static_cast<uint8_t*>(pointer);
-            }
-        }
-    }
-};
-
 }  // namespace kel_test
