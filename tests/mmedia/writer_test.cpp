@@ -20,14 +20,13 @@ class Writer : public MediaTest {
         MmSetResource(reader, "VideoFormat", "NV12");
         set_integer(writer, "AudioChannelCount", 2);
         set_integer(writer, "VideoChannelCount", 1);
-        const auto& inputs = table_of<mmf_input_interface>(writer, "MediaInput");
         int cursor = 0;
         audio = inputs.iterate_inputs(writer, &cursor);
         video = kel_writer_get_video_channel(writer, 0);
         ASSERT_EQ(MmConnect(graph, &reader->outputs[0], audio), 0);
         ASSERT_EQ(MmConnect(graph, &reader->outputs[1], video), 0);
         const kel_audio_format pcm = {48000, 1, KEL_AUDIO_TYPE_S16LE};
-        samples = kel_create_audio_buffer_pool(context, &pcm, 2048, 20);
+        samples = kel_create_audio_buffer_pool(context, &pcm, 1024, 20);
         const kel_video_format nv12 = {SCREEN_FORMAT_NV12, 0x10E, 64, 48};
         pictures = kel_create_window_buffer_pool(context, &nv12, SCREEN_CHILD_WINDOW, 5);
         audio_queue = queue_of(reader, "AudioQueue");
@@ -41,19 +40,21 @@ class Writer : public MediaTest {
         kel_destroy_buffer_pool(&pictures);
     }
 
-    void put(kel_queue* queue, kel_buffer_pool* pool, uint64_t pts, uint32_t frames = 0) {
+    void put(kel_queue* queue, kel_buffer_pool* pool, uint64_t pts) {
         auto* item = static_cast<kel_slice*>(std::malloc(sizeof(kel_slice)));
         *item = kel_slice_for_buffer(kel_acquire_buffer(pool));
         item->pts = pts;
-        if (frames) item->spec.audio.nsamples = frames;
         ASSERT_EQ(kel_queue_enqueue_with_timeout(queue, item, 0), 1);
     }
     int read(kel_channel* channel) { return kel_writer_read_slice(channel, &slice); }
-    int status() { return table_of<mmf_control_interface>(writer, "MediaControl").get_status(writer); }
+    int status() const { return control.get_status(writer); }
 
     mm_graph* graph = MmCreateGraph();
     kel_filter* reader = kel_create_reader_filter(graph);
     kel_filter* writer = kel_create_writer_filter(graph);
+    const mmf_input_interface& inputs = table_of<mmf_input_interface>(writer, "MediaInput");
+    const mmf_control_interface& control = table_of<mmf_control_interface>(writer, "MediaControl");
+    const mmf_seeker_interface& seeker = table_of<mmf_seeker_interface>(writer, "MediaSeeker");
     kel_channel *audio = nullptr, *video = nullptr;
     kel_queue *audio_queue = nullptr, *video_queue = nullptr;
     kel_buffer_pool *samples = nullptr, *pictures = nullptr;
@@ -64,7 +65,7 @@ TEST_F(Writer, CountsFramesFromTheBase) {
     ASSERT_EQ(MmStart(graph), 0);
     ASSERT_EQ(MmResume(graph), 0);
     // Three containers that carry no pts of their own would count on; here each has one, so the base moves.
-    for (uint64_t pts : {1000000u, 5000000u}) put(audio_queue, samples, pts, 1024);
+    for (uint64_t pts : {1000000u, 5000000u}) put(audio_queue, samples, pts);
     for (uint64_t pts : {1000000u, 5000000u}) {
         ASSERT_EQ(read(audio), 0);
         EXPECT_EQ(slice.pts, pts);
@@ -77,8 +78,8 @@ TEST_F(Writer, CountsFramesFromTheBase) {
     ASSERT_EQ(read(video), 0);
     EXPECT_EQ(slice.pts, 40000u);
     const auto& v = slice.spec.video;
-    EXPECT_TRUE(v.x == 0 && v.y == 0 && v.width == 64 && v.height == 48 && v.frame_width == 64 &&
-                v.frame_height == 48);
+    EXPECT_EQ(std::tuple(v.x, v.y, v.width, v.height, v.frame_width, v.frame_height),
+              std::tuple(0, 0, 64, 48, 64, 48));
     EXPECT_EQ(kel_get_buffer_format(slice.buffer)->video.usage, 14);
     EXPECT_EQ(kel_writer_get_format(video)->video.width, 64);
 }
@@ -121,10 +122,8 @@ class ScriptedWriter : public Writer {
   protected:
     void SetUp() override {
         Writer::SetUp();
-        const auto& outputs = table_of<mmf_output_interface>(reader, "MediaOutput");
-        table = outputs;
+        table = table_of<mmf_output_interface>(reader, "MediaOutput");
         table.next_buffer = scripted_next;
-        const auto& inputs = table_of<mmf_input_interface>(writer, "MediaInput");
         for (kel_channel* channel : {audio, video}) EXPECT_EQ(inputs.connect_output(channel, &table), 0);
         // The pool that the graph made for the channel is seen in the first buffer that comes.
         script = {};
@@ -137,7 +136,7 @@ class ScriptedWriter : public Writer {
     }
     void TearDown() override {
         MmStop(graph);
-        table_of<mmf_input_interface>(writer, "MediaInput").release_input(audio);
+        inputs.release_input(audio);
         EXPECT_EQ(script.pool->buffer_pool->in_use, 0);
         kel_allocator.free_memory_pool(script.pool);
         Writer::TearDown();
@@ -158,7 +157,6 @@ TEST_F(ScriptedWriter, TakesContainersApart) {
     EXPECT_EQ(slice.pts, 0x200000005u);
     EXPECT_EQ(slice.spec.audio.nsamples, 1u);
     EXPECT_EQ(script.calls, 1);
-    const auto& seeker = table_of<mmf_seeker_interface>(writer, "MediaSeeker");
     EXPECT_EQ(seeker.seek(writer, 2, 0x300000000), 0);
     script.steps = {{0, 480, 0}, {0, 1, 0}};  // the container before still says 99
     ASSERT_EQ(read(audio), 0);
@@ -178,7 +176,6 @@ TEST_F(ScriptedWriter, TakesContainersApart) {
 }
 
 TEST_F(ScriptedWriter, ChangesItsStatus) {
-    const auto& control = table_of<mmf_control_interface>(writer, "MediaControl");
     auto play = [&] { return control.start(writer), control.resume(writer); };
     EXPECT_EQ(status(), 256);
     control.pause(writer);
@@ -219,7 +216,6 @@ TEST_F(ScriptedWriter, ReleasesItsContainerWithTheChannel) {
     script.steps = {{0, 1, 0}, {0, 1, 0}};
     EXPECT_EQ(read(audio), 0);
     LogCapture log;
-    const auto& inputs = table_of<mmf_input_interface>(writer, "MediaInput");
     EXPECT_EQ(inputs.release_input(audio), 0);
     EXPECT_TRUE(log.has(6, "kel_writer: ReleaseInputChannel: MmfReleaseMra"));
     EXPECT_EQ(script.pool->buffer_pool->in_use, 0);
