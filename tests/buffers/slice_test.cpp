@@ -17,54 +17,42 @@ constexpr kel_video_format rgba = {SCREEN_FORMAT_RGBA8888, SCREEN_USAGE_NATIVE, 
 
 class Slice : public ::testing::Test {
   protected:
-    void SetUp() override {
-        ASSERT_NE(context = kel_create_context(), nullptr);
-        ASSERT_NE(video = kel_create_pixmap_buffer(context, &rgba), nullptr);
-        ASSERT_NE(audio_pool = kel_create_audio_buffer_pool(context, &mono, 1024, 2), nullptr);
-        audio = kel_acquire_buffer(audio_pool);
-    }
     void TearDown() override {
         kel_release_buffer(video);
         kel_destroy_buffer_pool(&audio_pool);
         kel_destroy_context(&context);
     }
 
-    kel_context* context = nullptr;
-    kel_buffer* video = nullptr;
-    kel_buffer_pool* audio_pool = nullptr;
-    kel_buffer* audio = nullptr;
+    kel_context* context = kel_create_context();
+    kel_buffer* video = kel_create_pixmap_buffer(context, &rgba);
+    kel_buffer_pool* audio_pool = kel_create_audio_buffer_pool(context, &mono, 1024, 2);
+    kel_buffer* audio = kel_acquire_buffer(audio_pool);
 };
 
-void* no_memory(size_t, size_t) {
-    return nullptr;
-}
-
 TEST_F(Slice, CoversTheWholeBuffer) {
-    kel_slice slices[3];
-    memset(slices, 0x5a, sizeof slices);
-    kel_init_buffer_slice(&slices[0], video);
-    slices[1] = kel_slice_for_buffer(video);
     kel_slice* made = kel_create_slice_for_buffer(video);
     ASSERT_NE(made, nullptr);
-    slices[2] = *made;
-    free(made);
-    for (const kel_slice& slice : slices) {
+    for (const kel_slice& slice : {*made, kel_slice_for_buffer(video)}) {
         const auto& v = slice.spec.video;
         EXPECT_EQ(
             std::tuple(slice.buffer, slice.pts, v.x, v.y, v.width, v.height, v.frame_width, v.frame_height),
             std::tuple(video, 0u, 0, 0, 640, 480, 640, 480));
     }
-    kel_init_buffer_slice(&slices[0], audio);
-    EXPECT_EQ(std::tuple(slices[0].buffer, slices[0].pts, slices[0].spec.audio.nsamples,
-                         slices[0].spec.audio.samples_start),
+    free(made);
+    kel_slice slice;
+    memset(&slice, 0x5a, sizeof slice);
+    kel_init_buffer_slice(&slice, audio);
+    const auto& a = slice.spec.audio;
+    EXPECT_EQ(std::tuple(slice.buffer, slice.pts, a.nsamples, a.samples_start),
               std::tuple(audio, 0u, 1024u, audio->ptr));
 
     const kel_slice empty{};
-    kel_init_buffer_slice(&slices[0], nullptr);
-    EXPECT_EQ(memcmp(&slices[0], &empty, sizeof empty), 0);
+    kel_init_buffer_slice(&slice, nullptr);
+    EXPECT_EQ(memcmp(&slice, &empty, sizeof empty), 0);
 
     LogCapture log;
-    const ImportHook refused = hook(no_memory, "calloc");
+    const ImportHook refused = hook(
+        +[](size_t, size_t) -> void* { return nullptr; }, "calloc");
     EXPECT_EQ(kel_create_slice_for_buffer(audio), nullptr);
     EXPECT_TRUE(log.messages().empty());
 }
