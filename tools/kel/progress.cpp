@@ -77,7 +77,7 @@ void progress::show(int64_t pts, int64_t pictures) {
     std::string bar;
     if (total_ > 0) {
         const auto filled = static_cast<size_t>(std::clamp<int64_t>(pts * bar_width / total_, 0, bar_width));
-        bar = "[" + std::string(filled, '#') + std::string(bar_width - filled, '.') + "] ";
+        bar.append("[").append(filled, '#').append(bar_width - filled, '.').append("] ");
     }
     std::fprintf(stderr, "\r%s%s\033[K", bar.c_str(), line(pts, pictures).c_str());
     shown_ = true;
