@@ -98,8 +98,12 @@ packages_bench=(
 
 # What the demo needs beyond the build.
 packages_demo=(
+    alsa-utils
+    fonts-dejavu-core
     libegl-mesa0
     libgl1-mesa-dri
+    mate-backgrounds
+    sound-theme-freedesktop
 )
 
 # install_packages NAME...: installs what is missing, without questions; asks apt for new lists only then.

@@ -21,8 +21,12 @@ audio_road::audio_road(const session& session, road& road, const std::vector<aud
     mixer_.reset(kel_create_audio_mixer(pool_.get()));
     if (!mixer_) throw failure("no mixer for this audio format");
     kel_set_audio_mixer_global_gain(mixer_.get(), gain);
-    for (const audio_input& each : inputs)
-        tracks_.push_back(std::make_unique<audio_track>(*each.input, mixer_.get(), each.filters, span));
+    for (const audio_input& each : inputs) {
+        time_span own = span;
+        if (own.to != INT64_MAX) own.to -= each.delay;
+        tracks_.push_back(
+            std::make_unique<audio_track>(*each.input, mixer_.get(), each.filters, own, each.delay));
+    }
 }
 
 void audio_road::run() {

@@ -12,6 +12,7 @@ namespace kel_tool {
 struct audio_input {
     media_input* input;
     std::vector<filter_spec> filters;
+    int64_t delay = 0;  // microseconds of the output before it begins
 };
 
 class audio_road {

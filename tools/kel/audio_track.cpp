@@ -24,9 +24,10 @@ kel_audio_format pcm_format(const media_input& input) {
 }  // namespace
 
 audio_track::audio_track(media_input& input, kel_audio_mixer* mixer, const std::vector<filter_spec>& filters,
-                         const time_span& span)
+                         const time_span& span, int64_t delay)
     : input_(input),
       span_(span),
+      delay_(delay),
       format_(pcm_format(input)),
       mixer_rate_(kel_get_audio_mixer_format(mixer)->rate),
       track_(nullptr),
@@ -101,7 +102,7 @@ void audio_track::cut_end() {
 
 // Compares where the slice belongs with where the track is.
 void audio_track::keep_time() {
-    const int64_t wanted = static_cast<int64_t>(slice_.pts) - span_.from;
+    const int64_t wanted = static_cast<int64_t>(slice_.pts) - span_.from + delay_;
     const auto position = static_cast<int64_t>(kel_get_audio_mixer_track_pts_in_samples(track_));
     const int64_t hole = wanted - kel_get_audio_pts_from_nsamples(mixer_rate_, position);
     const auto frames = static_cast<int64_t>(slice_.spec.audio.nsamples);

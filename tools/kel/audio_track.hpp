@@ -20,8 +20,9 @@ struct time_span {
 
 class audio_track {
   public:
+    // The span's beginning lies `delay` microseconds after the mix begins.
     audio_track(media_input& input, kel_audio_mixer* mixer, const std::vector<filter_spec>& filters,
-                const time_span& span);
+                const time_span& span, int64_t delay);
     ~audio_track() { kel_release_audio_mixer_track(track_); }
     audio_track(const audio_track&) = delete;
     audio_track& operator=(const audio_track&) = delete;
@@ -44,6 +45,7 @@ class audio_track {
 
     media_input& input_;
     time_span span_;
+    int64_t delay_;
     kel_audio_format format_;  // the input's
     int32_t mixer_rate_;
     kel_audio_mixer_track* track_;

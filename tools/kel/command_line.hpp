@@ -8,7 +8,7 @@ class App;
 
 namespace kel_tool {
 
-void add_media_commands(CLI::App& app);    // run, convert, mix, info
+void add_media_commands(CLI::App& app);    // run, convert, mix, slides, info
 void add_picture_commands(CLI::App& app);  // text, image, frame, filters
 
 }  // namespace kel_tool

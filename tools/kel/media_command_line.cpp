@@ -5,6 +5,7 @@
 #include "info_command.hpp"
 #include "option_values.hpp"
 #include "run_command.hpp"
+#include "slides_command.hpp"
 
 namespace kel_tool {
 namespace {
@@ -125,6 +126,25 @@ void add_convert(CLI::App& app) {
     command->callback([options] { run(*options); });
 }
 
+void add_slides(CLI::App& app) {
+    CLI::App* command =
+        app.add_subcommand("slides", "Make a clip of photographs, each slowly moving, fading into the next");
+    auto options = std::make_shared<slides_options>();
+    command->add_option("photographs", options->photographs, "Pictures to show, in this order")->required();
+    command->add_option("-o,--output", options->output, "File to write; its name tells the kind")->required();
+    command->add_option("--seconds", options->seconds, "That each is shown")
+        ->check(CLI::Range(1, 600))
+        ->capture_default_str();
+    command->add_option("--size", options->size, "WxH of the output")->capture_default_str();
+    command->add_option("--frame-rate", options->frame_rate, "Frames per second")
+        ->check(CLI::Range(1, 120))
+        ->capture_default_str();
+    command->add_flag("-y,--yes", options->replace, "Replace an output that exists");
+    command->add_flag("-q,--quiet", options->quiet, "Show no progress");
+    command->footer("Example:\n  kel slides *.jpg -o holidays.mp4 --seconds 4 --size 1920x1080");
+    command->callback([options] { make_slides(*options); });
+}
+
 void add_info(CLI::App& app) {
     CLI::App* command = app.add_subcommand("info", "Tell what is in a file, a line KEY=VALUE for each fact");
     auto paths = std::make_shared<std::vector<std::string>>();
@@ -138,6 +158,7 @@ void add_media_commands(CLI::App& app) {
     add_run(app);
     add_convert(app);
     add_mix(app);
+    add_slides(app);
     add_info(app);
 }
 

@@ -1,6 +1,7 @@
 #include "run_command.hpp"
 
 #include <algorithm>
+#include <cmath>
 #include <memory>
 
 #include "audio_road.hpp"
@@ -39,33 +40,32 @@ time_span parse_span(const run_options& options) {
     return span;
 }
 
-// The gain filter of each input, by its number.
-std::vector<filter_spec> input_gains(const run_options& options) {
-    std::vector<filter_spec> gains(options.inputs.size());
-    for (const std::string& text : options.input_gains) {
-        const size_t equals = text.find('=');
-        const double number = parse_number(text.substr(0, equals), "--input-gain");
-        if (equals == std::string::npos || number < 1 || number > static_cast<double>(gains.size()) ||
-            number != static_cast<size_t>(number))
-            throw failure("'" + text + "': --input-gain is N=GAIN, the first input being 1", exit_usage);
-        const double gain = parse_number(text.substr(equals + 1), "--input-gain");
-        gains[static_cast<size_t>(number) - 1] = {"gain", {{"gain", {gain}}}};
-    }
-    return gains;
+// What N=VALUE says: the input's index, and the value.
+std::pair<size_t, std::string> of_input(const std::string& text, const std::string& option, size_t inputs) {
+    const size_t equals = text.find('=');
+    const double number = parse_number(text.substr(0, equals), option);
+    if (equals == std::string::npos || number < 1 || number > static_cast<double>(inputs) ||
+        number != std::floor(number))
+        throw failure("'" + text + "': " + option + " is N=VALUE, the first input being 1", exit_usage);
+    return {static_cast<size_t>(number) - 1, text.substr(equals + 1)};
 }
 
 std::vector<audio_input> audio_inputs(const run_options& options, const input_list& inputs) {
     std::vector<filter_spec> common;
     for (const std::string& text : options.audio_filters) common.push_back(parse_filter_spec(text));
-    const std::vector<filter_spec> gains = input_gains(options);
-    std::vector<audio_input> chosen;
-    for (size_t i = 0; i < inputs.size(); ++i) {
-        if (!inputs[i]->audio()) continue;
-        std::vector<filter_spec> filters = common;
-        if (!gains[i].name.empty()) filters.insert(filters.begin(), gains[i]);
-        chosen.push_back({inputs[i].get(), filters});
+    std::vector<audio_input> all;
+    for (const auto& input : inputs) all.push_back({input.get(), common});
+    for (const std::string& text : options.input_gains) {
+        const auto [index, value] = of_input(text, "--input-gain", all.size());
+        const double gain = parse_number(value, "--input-gain");
+        all[index].filters.insert(all[index].filters.begin(), {"gain", {{"gain", {gain}}}});
     }
-    return chosen;
+    for (const std::string& text : options.input_delays) {
+        const auto [index, value] = of_input(text, "--input-delay", all.size());
+        all[index].delay = parse_time(value);
+    }
+    std::erase_if(all, [](const audio_input& each) { return !each.input->audio(); });
+    return all;
 }
 
 kel_audio_format audio_format(const run_options& options, const media_input& first) {
@@ -105,8 +105,11 @@ class crew {
   public:
     explicit crew(road& road) : road_(road) {}
     ~crew() {
+        if (threads_.empty()) return;
         road_.end_early();
+        road_.output().abandon();
         join();
+        while (!road_.output().wait(progress_step_ms)) continue;  // it may hold what the threads have sent
     }
     crew(const crew&) = delete;
     crew& operator=(const crew&) = delete;

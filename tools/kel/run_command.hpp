@@ -23,6 +23,7 @@ struct run_options {
 
     std::string gain = "1";
     std::vector<std::string> input_gains;    // N=GAIN, counted from 1
+    std::vector<std::string> input_delays;   // N=TIME
     std::vector<std::string> audio_filters;  // of all inputs
     int rate = 0, channels = 0;              // 0: as the first input with audio
     std::string type;                        // U8, S16LE, S24.8LE; empty: S16LE
