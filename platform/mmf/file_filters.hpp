@@ -16,9 +16,6 @@ namespace platform::mmf {
 inline constexpr int resource_not_writable = 1;
 inline constexpr int resource_unknown = 4032;
 
-// Sends the codecs' messages to AoLog. Thread-safety: any thread.
-void take_codec_log();
-
 // Both filters post errors and nothing else.
 inline int iterate_events(kel_filter* filter, int* type, int* cursor) {
     if (!filter || !type || !cursor || *cursor != 0) return -1;

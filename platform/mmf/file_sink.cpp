@@ -442,7 +442,6 @@ constexpr AOInterface_t interfaces[] = {
 }  // namespace platform::mmf
 
 const AOHandle_t* MmFileSink() {
-    platform::mmf::take_codec_log();
     static const AOHandle_t* const handle = AoAddStatic(platform::mmf::interfaces);
     return handle;
 }
