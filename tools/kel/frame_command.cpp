@@ -84,12 +84,18 @@ picture one_picture(session& session, const frame_options& options, const pictur
 // The time in a tile's lower left corner.
 class labels {
   public:
-    explicit labels(session& session) : session_(session), look_{find_font(default_font), label_color, 1} {
-        session.need_text();
+    explicit labels(session& session) : session_(session) {
+        try {
+            look_ = {find_font(default_font), label_color, KEL_TEXT_HALIGN_LEFT};
+            session.need_text();
+        } catch (const failure& reason) {
+            std::fprintf(stderr, "kel: the times are left out: %s\n", reason.what());
+        }
     }
 
     void draw(const picture& sheet, int left, int bottom, int64_t pts) const {
-        const picture text = text_block(session_, clock_text(pts), look_).draw(label_points);
+        if (!look_) return;
+        const picture text = text_block(session_, clock_text(pts), *look_).draw(label_points);
         const auto& ink = text.slice.spec.video;
         const picture plate = make_picture(session_, ink.width + 2 * label_margin,
                                            ink.height + 2 * label_margin, label_background);
@@ -100,7 +106,7 @@ class labels {
 
   private:
     session& session_;
-    text_look look_;
+    std::optional<text_look> look_;
 };
 
 picture contact_sheet(session& session, const frame_options& options, const picture_filters& filters) {
@@ -116,18 +122,21 @@ picture contact_sheet(session& session, const frame_options& options, const pict
     const labels labels(session);
     picture sheet = make_picture(session, gap + tiles.width * (size.width + gap),
                                  gap + tiles.height * (size.height + gap), sheet_color);
-    int found_tiles = 0;
+    int empty_tiles = 0;
     for (int i = 0; i < count; ++i) {
         const int64_t at = duration / count * i + duration / count / 2;
         std::optional<picture> found = read_picture(session, options.input, at, room);
-        if (!found) continue;  // the sound is longer
-        ++found_tiles;
+        // Sound may last a little longer; much longer, and something is missing.
+        if (!found && ++empty_tiles > 1 + count / 10)
+            throw failure(options.input + ": it has no picture at " + seconds_text(at) +
+                          ", but claims to last " + seconds_text(duration));
+        if (!found) continue;
         const int x = gap + i % tiles.width * (size.width + gap),
                   y = gap + i / tiles.width * (size.height + gap);
         lay_over(session, filters.apply(session, std::move(*found)), sheet, x, y, true);
         labels.draw(sheet, x, y + size.height, at);
     }
-    if (found_tiles == 0) throw failure(options.input + ": there is no picture in it");
+    if (empty_tiles == count) throw failure(options.input + ": there is no picture in it");
     return sheet;
 }
 

@@ -36,6 +36,11 @@ int main(int argc, char** argv) {
     app.failure_message([](const CLI::App*, const CLI::Error& error) {
         return std::string("kel: ") + error.what() + "; --help tells more\n";
     });
+    app.footer(
+        "Examples:\n"
+        "  kel run clip.mp4 -o brown.mp4 --filter sepia\n"
+        "  kel frame clip.mp4 --at 2.5 -o frame.png\n"
+        "Each command has its own --help; man kel tells all.");
     int verbosity = 0;
     app.add_flag_function(
         "-v,--verbose", [&](std::int64_t count) { verbosity = static_cast<int>(count); },

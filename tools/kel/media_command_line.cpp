@@ -2,6 +2,7 @@
 #include <memory>
 
 #include "command_line.hpp"
+#include "font_file.hpp"
 #include "info_command.hpp"
 #include "option_values.hpp"
 #include "run_command.hpp"
@@ -49,7 +50,11 @@ struct text_words {
 
     overlay_options parse() const {
         overlay_options options = made;
-        if (!position.empty()) options.position = parse_position(position);
+        options.font = find_font(made.font);
+        if (!position.empty()) {
+            options.position = parse_position(position);
+            options.halign = KEL_TEXT_HALIGN_LEFT;
+        }
         if (!box.empty()) options.box = parse_box(box);
         if (!align.empty()) parse_align(align, options.halign, options.valign);
         if (!color.empty()) options.color = parse_color(color);
@@ -65,12 +70,13 @@ void add_picture_options(CLI::App& command, run_options& options, text_words& te
     command.add_option("--size", options.size, "WxH of the output; the pictures are fitted into it");
     command.add_option("--text", text.made.text,
                        "A line of text; {time} {timecode} {pts} {frame} are filled in");
-    command.add_option("--font", text.made.font, "Font file")->capture_default_str();
+    command.add_option("--font", text.made.font, "Name of an installed font, or a font file")
+        ->capture_default_str();
     command
         .add_option("--text-size", text.made.size,
                     "Points at 160 dots per inch; else a fifteenth of the height")
         ->check(CLI::Range(1, 2000));
-    command.add_option("--pos", text.position, "X,Y of the text");
+    command.add_option("--pos", text.position, "X,Y where its baseline begins");
     command.add_option("--box", text.box, "X,Y,W,H that the text fills");
     command.add_option("--align", text.align, "left, center or right[,baseline, bottom, center or top]");
     command.add_option("--color", text.color, "#RRGGBB, #RRGGBBAA, white, black, red, ...");
@@ -149,6 +155,7 @@ void add_info(CLI::App& app) {
     CLI::App* command = app.add_subcommand("info", "Tell what is in a file, a line KEY=VALUE for each fact");
     auto paths = std::make_shared<std::vector<std::string>>();
     command->add_option("files", *paths, "Files to look at")->required();
+    command->footer("Example:\n  kel info clip.mp4");
     command->callback([paths] { show_info(*paths); });
 }
 

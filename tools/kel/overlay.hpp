@@ -7,16 +7,17 @@
 #include <optional>
 #include <string>
 
+#include "font_file.hpp"
 #include "handles.hpp"
 #include "session.hpp"
 
 namespace kel_tool {
 
 struct overlay_options {
-    std::string text;  // {time}, {timecode}, {pts} and {frame} stand for what the picture has
-    std::string font = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
-    int size = 0;                 // points, at 160 dots per inch; 0: as the picture's height suggests
-    uint32_t color = 0xFFFFFFFF;  // 0xAARRGGBB
+    std::string text;                 // {time}, {timecode}, {pts} and {frame} stand for what the picture has
+    std::string font = default_font;  // a name; a file, once it was looked up
+    int size = 0;                     // points, at 160 dots per inch; 0: as the picture's height suggests
+    uint32_t color = 0xFFFFFFFF;      // 0xAARRGGBB
     int halign = KEL_TEXT_HALIGN_CENTER;
     int valign = KEL_TEXT_VALIGN_BASELINE;
     std::optional<kel_point> position;  // without one and without a box: in the lower part of the picture
