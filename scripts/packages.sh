@@ -30,6 +30,8 @@ packages_test=(
     alsa-utils
     binutils
     ccache
+    dpkg-dev
+    file
     fonts-dejavu-core
     fonts-lato
     fonts-liberation2
@@ -47,6 +49,7 @@ packages_analysis=(
     clang
     clang-format
     clang-tidy
+    doxygen
 )
 
 # Cross compiler and emulator for 32-bit ARM.
