@@ -73,29 +73,25 @@ TEST_F(Queue, CloseClearAndResetInEveryState) {
 
     fill(3);
     EXPECT_EQ(kel_queue_close(queue), 1);
-    EXPECT_EQ(kel_queue_is_closed(queue), 1);
     EXPECT_EQ(kel_queue_enqueue(queue, item(7)), 0);  // with room, and without waiting
     EXPECT_EQ(drain(), three);
     void* data = nullptr;
     EXPECT_EQ(kel_queue_dequeue(queue, &data), 0);
     EXPECT_TRUE(thrown_away.empty());
 
-    EXPECT_EQ(kel_queue_reset(queue), 1);
-    EXPECT_EQ(kel_queue_is_closed(queue), 0);
-    fill(3);
-    EXPECT_EQ(kel_queue_close(queue), 1);
-    EXPECT_EQ(kel_queue_clear(queue), 1);
-    EXPECT_EQ(thrown_away, three);
-    EXPECT_EQ(kel_queue_is_closed(queue), 1);
-    EXPECT_EQ(kel_queue_get_size(queue), 0u);
-
-    EXPECT_EQ(kel_queue_reset(queue), 1);
-    fill(3);
-    EXPECT_EQ(kel_queue_reset(queue), 1);
-    EXPECT_EQ(thrown_away.size(), 6u);
+    for (const auto call : {kel_queue_clear, kel_queue_reset}) {
+        thrown_away.clear();
+        EXPECT_EQ(kel_queue_reset(queue), 1);
+        fill(3);
+        EXPECT_EQ(kel_queue_close(queue), 1);
+        EXPECT_EQ(call(queue), 1);
+        EXPECT_EQ(thrown_away, three);
+        EXPECT_EQ(kel_queue_is_closed(queue), call == kel_queue_clear);
+        EXPECT_EQ(kel_queue_get_size(queue), 0u);
+    }
     fill(3);
     kel_queue_destroy(std::exchange(queue, nullptr));
-    EXPECT_EQ(thrown_away.size(), 9u);
+    EXPECT_EQ(thrown_away.size(), 6u);
 }
 
 TEST_F(Queue, AcceptsNullHandles) {
@@ -116,28 +112,22 @@ TEST_F(Queue, AcceptsNullHandles) {
 TEST_F(Queue, WaitsAsLongAsAsked) {
     make(2);
     fill(2);
+    kel_queue* empty = kel_queue_create();
     void* data = item(5);
     for (const int32_t ms : {0, 30, 120}) {
         const auto within = [&](double taken) { return taken >= ms - 1 && taken < ms + 400; };
         EXPECT_PRED1(within,
                      milliseconds([&] { EXPECT_EQ(kel_queue_enqueue_with_timeout(queue, nullptr, ms), 0); }));
-        kel_queue* empty = kel_queue_create();
         EXPECT_PRED1(within,
                      milliseconds([&] { EXPECT_EQ(kel_queue_dequeue_with_timeout(empty, &data, ms), 0); }));
-        kel_queue_destroy(empty);
     }
+    kel_queue_destroy(empty);
     EXPECT_EQ(data, item(5));
     EXPECT_EQ(kel_queue_get_size(queue), 2u);
 }
 
 // What ends a wait without limit, and with what result.
 TEST_F(Queue, WakesEveryWaiter) {
-    struct Case {
-        const char* what;
-        bool full;               // producers wait; otherwise consumers
-        int (*act)(kel_queue*);  // done once
-        int result;              // of each of the waiters
-    };
     const auto put_two = [](kel_queue* q) {
         return kel_queue_enqueue(q, item(1)) + kel_queue_enqueue(q, item(2));
     };
@@ -145,46 +135,50 @@ TEST_F(Queue, WakesEveryWaiter) {
         void* data;
         return kel_queue_dequeue(q, &data) + kel_queue_dequeue(q, &data);
     };
-    for (const Case& c : {Case{"close, consumers", false, kel_queue_close, 0},
-                          {"close, producers", true, kel_queue_close, 0},
-                          {"clear", true, kel_queue_clear, 1},
-                          {"reset", true, kel_queue_reset, 1},
-                          {"items", false, put_two, 1},
-                          {"room", true, take_two, 1}}) {
-        SCOPED_TRACE(c.what);
+    const struct {
+        const char* what;
+        bool full;               // producers wait; otherwise consumers
+        int (*act)(kel_queue*);  // done once
+        int succeeded;           // of the two waiters
+    } rows[] = {{"close, consumers", false, kel_queue_close, 0},
+                {"close, producers", true, kel_queue_close, 0},
+                {"clear", true, kel_queue_clear, 2},
+                {"reset", true, kel_queue_reset, 2},
+                {"items", false, put_two, 2},
+                {"room", true, take_two, 2}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
         make(2);
-        if (c.full) fill(2);
-        Watchdog watchdog(std::chrono::seconds(60), c.what);
+        if (row.full) fill(2);
+        Watchdog watchdog(std::chrono::seconds(60), row.what);
         std::atomic<int> started = 0, succeeded = 0;
         run_together(3, [&](int self) {
             if (self == 0) {
                 while (started < 2) std::this_thread::yield();
                 std::this_thread::sleep_for(std::chrono::milliseconds(20));  // most likely both sleep by now
-                EXPECT_GE(c.act(queue), 1);
+                EXPECT_GE(row.act(queue), 1);
                 return;
             }
             void* data = nullptr;
             ++started;
-            succeeded += c.full ? kel_queue_enqueue(queue, nullptr) : kel_queue_dequeue(queue, &data);
+            succeeded += row.full ? kel_queue_enqueue(queue, nullptr) : kel_queue_dequeue(queue, &data);
         });
-        EXPECT_EQ(succeeded, 2 * c.result);
+        EXPECT_EQ(succeeded, row.succeeded);
         kel_queue_destroy(std::exchange(queue, nullptr));
     }
 }
 
 TEST_F(Queue, EveryStepOfCreationFailsOnce) {
-    const int tried = sweep_faults({}, [](const Fault* fault, LogCapture& log) {
+    using Messages = std::vector<LogMessage>;
+    const Messages steps[] = {{},
+                              {},
+                              {{2, "kel: Unable to create queue modify mutex. (err = 12)"}},
+                              {{2, "kel: Unable to create queue empty condvar. (err = 12)"}},
+                              {{2, "kel: Unable to create queue full condvar. (err = 12)"}}};
+    const int tried = sweep_faults({}, [&](const Fault* fault, LogCapture& log) {
         kel_queue* made = kel_queue_create_with_limit(3);
         EXPECT_EQ(made == nullptr, fault != nullptr);
-        std::vector<LogMessage> expected;
-        if (fault && fault->is("pthread_mutex_init")) {
-            expected = {{2, "kel: Unable to create queue modify mutex. (err = 12)"}};
-        } else if (fault && fault->is("pthread_cond_init", 1)) {
-            expected = {{2, "kel: Unable to create queue empty condvar. (err = 12)"}};
-        } else if (fault && fault->is("pthread_cond_init", 2)) {
-            expected = {{2, "kel: Unable to create queue full condvar. (err = 12)"}};
-        }
-        EXPECT_EQ(log.messages(), expected);
+        EXPECT_EQ(log.messages(), steps[fault ? fault->point : 0]);
         kel_queue_destroy(made);
     });
     EXPECT_EQ(tried, 4);

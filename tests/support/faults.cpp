@@ -70,17 +70,6 @@ char* faulty_strndup(const char* text, std::size_t most) {
     return static_cast<char*>(detail::passes("strndup") ? keep(strndup(text, most)) : out_of_memory());
 }
 
-int faulty_posix_memalign(void** block, std::size_t alignment, std::size_t size) {
-    if (!detail::passes("posix_memalign")) return ENOMEM;
-    int result = posix_memalign(block, alignment, size);
-    if (result == 0) keep(*block);
-    return result;
-}
-
-void* faulty_aligned_alloc(std::size_t alignment, std::size_t size) {
-    return detail::passes("aligned_alloc") ? keep(std::aligned_alloc(alignment, size)) : out_of_memory();
-}
-
 void tracked_free(void* block) {
     drop(block);
     std::free(block);
@@ -135,8 +124,6 @@ Faults::Faults(std::vector<FaultPoint> more) {
     hooks_.push_back(hook(faulty_realloc, "realloc"));
     hooks_.push_back(hook(faulty_strdup, "strdup"));
     hooks_.push_back(hook(faulty_strndup, "strndup"));
-    hooks_.push_back(hook(faulty_posix_memalign, "posix_memalign"));
-    hooks_.push_back(hook(faulty_aligned_alloc, "aligned_alloc"));
     hooks_.push_back(hook(tracked_free, "free"));
     hooks_.push_back(hook(faulty_mutex_init, "pthread_mutex_init"));
     hooks_.push_back(hook(tracked_mutex_destroy, "pthread_mutex_destroy"));
@@ -169,10 +156,8 @@ int Faults::calls() const {
 int Faults::allocations() const {
     std::lock_guard lock(state().mutex);
     int count = 0;
-    for (const char* name :
-         {"malloc", "calloc", "realloc", "strdup", "strndup", "posix_memalign", "aligned_alloc"})
-        if (auto found = state().occurrences.find(name); found != state().occurrences.end())
-            count += found->second;
+    for (const char* name : {"malloc", "calloc", "realloc", "strdup", "strndup"})
+        count += state().occurrences[name];
     return count;
 }
 

@@ -73,7 +73,7 @@ struct Holdings {
 
 void PrintTo(const Holdings& holdings, std::ostream* out);
 
-// Installs the fault points: always malloc's family (calloc, malloc, realloc, strdup; ENOMEM),
+// Installs the fault points: always malloc's family, as far as libkel uses it (ENOMEM),
 // pthread_mutex_init (12) and pthread_cond_init (12); `more` adds platform calls. One at a time.
 class Faults {
   public:
