@@ -127,6 +127,21 @@ TEST_F(Egl, StateOfTheClientNeitherDisturbsTransfersNorChanges) {
     }
 }
 
+TEST_F(Egl, DrawAndReadSurfacesMayDiffer) {
+    const Picture target = make_picture(8, 8), read = make_picture(8, 8);
+    const EGLSurface read_surface = surface_of(read), draw_surface = surface_of(target);
+    EXPECT_TRUE(eglMakeCurrent(display, draw_surface, read_surface, gles));
+    fill(read, 100);
+    const bytes untouched = pixels(read);
+    glClear(GL_COLOR_BUFFER_BIT);
+    bytes lowest(8 * 4);
+    glReadPixels(0, 0, 8, 1, GL_BGRA_EXT, GL_UNSIGNED_BYTE, lowest.data());
+    EXPECT_TRUE(std::equal(lowest.begin(), lowest.end(), read.at(0, 7)));
+    EXPECT_TRUE(eglDestroySurface(display, draw_surface));  // what was drawn is read back no later than now
+    EXPECT_EQ(pixels(target), bytes(8 * 8 * 4));
+    EXPECT_EQ(pixels(read), untouched);
+}
+
 TEST_F(Egl, FormatsWithoutAlphaAreOpaque) {
     const Picture bare = make_picture(9, 5, SCREEN_FORMAT_RGBX8888),
                   rgb = make_picture(9, 5, SCREEN_FORMAT_RGB565);

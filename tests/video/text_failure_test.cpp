@@ -40,8 +40,10 @@ TEST_F(Text, RefusesWhatIsNotThere) {
     kel_text_deinit(nullptr);
     const LogCapture log;
     const std::string half = kel_test::file_of(kel_test::read_file(good.font_path).substr(0, 300));
-    for (const char* path : {half.c_str(), "/proc/self/fd", "/no/font"})
+    const std::string none = kel_test::file_of("");
+    for (const char* path : {half.c_str(), none.c_str(), "/proc/self/fd", "/no/font"})
         EXPECT_EQ(frame->draw({"A", {path, ~0u, 12, 0, 0}}), Outcome{}) << path;
+    EXPECT_TRUE(log.has_starting(2, "kel:  FT_New_Memory_Face() on '" + none));
     EXPECT_EQ(kel_text_create(context, "  ", &good, 0), nullptr) << "no ink";
     EXPECT_TRUE(log.has(2, "kel: allocate_video_buffers() invalid parameters."));
 }
