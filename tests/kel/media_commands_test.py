@@ -109,6 +109,9 @@ class MediaCommands(unittest.TestCase):
         kel("mix", "a.wav", "b.wav", "-o", "m.wav", "-y", "--input-gain", "1=0.5", "--input-gain", "2=0", "--gain", 2)
         for mixed, plain in zip(read_wav("m.wav"), a):
             self.assertLessEqual(abs(mixed - plain), 1)
+        kel("mix", "a.wav", "b.wav", "-o", "m.wav", "-y", "--input-delay", "2=0.25")
+        late = [0] * 12000 + b
+        self.assertEqual(read_wav("m.wav"), [x + y for x, y in zip(a + [0] * (len(late) - len(a)), late)])
         kel("mix", "a.wav", "b.wav", "-o", "low.wav", "--audio-filter", "lowpass=freq:440", "--from", 0.1, "--to", "0:00.3")
         low = read_wav("low.wav")
         self.assertEqual(len(low), 9600)

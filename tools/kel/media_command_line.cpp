@@ -36,6 +36,10 @@ void add_mix_options(CLI::App& command, run_options& options) {
     command.add_option("--input-gain", options.input_gains, "N=GAIN: of the Nth input; may be repeated")
         ->take_all();
     command
+        .add_option("--input-delay", options.input_delays,
+                    "N=TIME: when the Nth input's sound begins; may be repeated")
+        ->take_all();
+    command
         .add_option("--audio-filter", options.audio_filters,
                     "gain=gain:G, lowpass, highpass, bandpass or notch=freq:HZ[,mix:M]; may be repeated")
         ->take_all();
