@@ -41,43 +41,40 @@ placement parse_placement(const text_options& options) {
     return where;
 }
 
-// The picture's edge or middle that the text is aligned to.
-kel_point anchor(const placement& where) {
-    if (where.position) return *where.position;
-    const auto [width, height] = *where.size;
-    return {where.halign == KEL_TEXT_HALIGN_LEFT    ? where.margin
-            : where.halign == KEL_TEXT_HALIGN_RIGHT ? width - where.margin
-                                                    : width / 2,
-            where.valign == KEL_TEXT_VALIGN_TOP      ? where.margin
-            : where.valign == KEL_TEXT_VALIGN_BOTTOM ? height - where.margin
-                                                     : height / 2};
+// Where an extent begins that lies at the start, the end or in the middle of a length.
+int begin(int extent, int length, bool at_start, bool at_end) {
+    return at_start ? 0 : at_end ? length - extent : (length - extent) / 2;
 }
 
-// How far below `y` the ink begins whose top is at `ink.y` as seen from the baseline.
-int below(const kel_rect& ink, int valign) {
-    switch (valign) {
-        case KEL_TEXT_VALIGN_TOP:
-            return 0;
-        case KEL_TEXT_VALIGN_CENTER:
-            return -ink.height / 2;
-        case KEL_TEXT_VALIGN_BOTTOM:
-            return -ink.height;
-        default:
-            return ink.y;
-    }
+// The upper left corner of the ink inside a box.
+kel_point inside(const kel_rect& box, const kel_slice& ink, const placement& where) {
+    const auto& video = ink.spec.video;
+    return {box.x + begin(video.width, box.width, where.halign == KEL_TEXT_HALIGN_LEFT,
+                          where.halign == KEL_TEXT_HALIGN_RIGHT),
+            box.y + begin(video.height, box.height, where.valign == KEL_TEXT_VALIGN_TOP,
+                          where.valign == KEL_TEXT_VALIGN_BOTTOM)};
+}
+
+// The same at a position, for ink that was measured from the first line's pen.
+kel_point at_position(const kel_point& position, const kel_rect& ink, int valign) {
+    const int below = valign == KEL_TEXT_VALIGN_TOP      ? 0
+                      : valign == KEL_TEXT_VALIGN_CENTER ? -ink.height / 2
+                      : valign == KEL_TEXT_VALIGN_BOTTOM ? -ink.height
+                                                         : ink.y;
+    return {position.x + ink.x, position.y + below};
 }
 
 bool meets(const kel_rect& rect, const picture_size& size) {
     return rect.x < size.width && rect.y < size.height && rect.x + rect.width > 0 && rect.y + rect.height > 0;
 }
 
-void place(const session& session, const picture& ink, const picture& canvas, const placement& where, int x,
-           int y) {
+void place(const session& session, const picture& ink, const picture& canvas, const placement& where,
+           const kel_point& at) {
     const auto& video = ink.slice.spec.video;
     const auto& room = canvas.slice.spec.video;
-    if (!meets({x, y, video.width, video.height}, {room.width, room.height}))
+    if (!meets({at.x, at.y, video.width, video.height}, {room.width, room.height}))
         throw failure("nothing of the text lies in the picture");
-    lay_over(session, ink, canvas, x, y, where.background >> 24 == 0);
+    lay_over(session, ink, canvas, at.x, at.y, where.background >> 24 == 0);
 }
 
 picture draw_fitted(const session& session, const text_block& block, const placement& where, int points) {
@@ -85,7 +82,7 @@ picture draw_fitted(const session& session, const text_block& block, const place
     const int margin = where.margin;
     picture canvas = make_picture(session, ink.slice.spec.video.width + 2 * margin,
                                   ink.slice.spec.video.height + 2 * margin, where.background);
-    place(session, ink, canvas, where, margin, margin);
+    place(session, ink, canvas, where, {margin, margin});
     return canvas;
 }
 
@@ -94,26 +91,23 @@ picture draw_in_box(const session& session, const text_block& block, const place
     const kel_rect& box = *where.box;
     picture canvas = make_picture(session, where.size->width, where.size->height, where.background);
     if (block.is_single()) {
-        place(session, block.draw_in_box(box.width, box.height, where.valign), canvas, where, box.x, box.y);
+        place(session, block.draw_in_box(box.width, box.height, where.valign), canvas, where, {box.x, box.y});
         return canvas;
     }
     const picture ink = block.draw(block.fit(box.width, box.height));
-    const int spare = box.width - ink.slice.spec.video.width, rest = box.height - ink.slice.spec.video.height;
-    place(session, ink, canvas, where,
-          box.x + (where.halign == KEL_TEXT_HALIGN_LEFT    ? 0
-                   : where.halign == KEL_TEXT_HALIGN_RIGHT ? spare
-                                                           : spare / 2),
-          box.y + (where.valign == KEL_TEXT_VALIGN_TOP      ? 0
-                   : where.valign == KEL_TEXT_VALIGN_BOTTOM ? rest
-                                                            : rest / 2));
+    place(session, ink, canvas, where, inside(box, ink.slice, where));
     return canvas;
 }
 
 picture draw_at(const session& session, const text_block& block, const placement& where, int points) {
-    picture canvas = make_picture(session, where.size->width, where.size->height, where.background);
-    const kel_point at = anchor(where);
-    const kel_rect ink = block.measure(points);
-    place(session, block.draw(points), canvas, where, at.x + ink.x, at.y + below(ink, where.valign));
+    const auto [width, height] = *where.size;
+    const int margin = where.margin;
+    picture canvas = make_picture(session, width, height, where.background);
+    const picture ink = block.draw(points);
+    place(session, ink, canvas, where,
+          where.position
+              ? at_position(*where.position, block.measure(points), where.valign)
+              : inside({margin, margin, width - 2 * margin, height - 2 * margin}, ink.slice, where));
     return canvas;
 }
 

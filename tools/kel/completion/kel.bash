@@ -1,8 +1,8 @@
 # Bash completion for kel: commands, their options as --help tells them, filters and files.
 
 _kel_complete() {
-    local word=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} command="" each
-    local commands="run convert mix info text image frame filters"
+    local word=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} command="" each commands
+    commands=$("${COMP_WORDS[0]}" --help 2>/dev/null | sed -n '/^Subcommands:/,/^$/s/^  \([a-z]*\)  .*/\1/p' | xargs)
     COMPREPLY=()
     for each in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
         [[ " $commands " == *" $each "* ]] && command=$each && break
