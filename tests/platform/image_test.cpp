@@ -67,7 +67,7 @@ struct Load {
     bool padding_is_untouched() const {
         for (unsigned y = 0; y < img.h; ++y) {
             const uint8_t* end = pixel(img.w, y);
-            if (std::count(end, end + padding, 0xcd) != padding) return false;
+            if (std::any_of(end, end + padding, [](int byte) { return byte != 0xcd; })) return false;
         }
         return true;
     }
