@@ -12,12 +12,22 @@ void run(std::initializer_list<std::pair<int, std::function<int()>>> steps) {
     for (int i = 0; const auto& [result, step] : steps) EXPECT_EQ(step(), result) << "step " << i++;
 }
 
+std::string described(const AOInterface_t* list) {
+    std::string text = static_cast<const char*>(list->table) + std::string(":");
+    for (; list->name; ++list) text += std::string(" ") + list->name + " " + std::to_string(list->version);
+    return text;
+}
+
 TEST_F(Filters, AreRegisteredOnce) {
     const unsigned lists = AoCountStatic();
     kel_init_mmedia_filters();
     EXPECT_EQ(AoCountStatic(), lists);
-    EXPECT_STREQ(static_cast<const char*>(kel_reader_interfaces[0].table), "kel_reader");
-    EXPECT_STREQ(static_cast<const char*>(kel_writer_interfaces[0].table), "kel_writer");
+    EXPECT_EQ(described(kel_reader_interfaces),
+              "kel_reader: Name 1 Version 100 MediaFilter 110 MediaOutput 101 MediaMemoryAllocator 121 "
+              "MediaControl 101 MediaSeeker 102 MediaTimeConverter 100 AOResourceAccess 100");
+    EXPECT_EQ(described(kel_writer_interfaces),
+              "kel_writer: Name 1 Version 100 MediaFilter 110 MediaControl 101 MediaInput 101 "
+              "MediaSeeker 102 AOResourceAccess 100 MediaEventProducer 100 MediaMemoryAllocator 121");
     for (auto [make, prefix] : {std::pair{&kel_create_reader_filter, "KEL_READER"},
                                 std::pair{&kel_create_writer_filter, "KELWriter"}}) {
         int numbers[2];
@@ -32,13 +42,47 @@ TEST_F(Filters, AreRegisteredOnce) {
     }
 }
 
+// Name, type, and the lowest value, the highest one and the step; of a text the length.
+constexpr char reader_resources[] =
+    R"(AudioQueue 10000007
+VideoQueue 10000007
+KelContext 30000007
+MinAudioBuffers 30000001 0,64,0
+MinVideoBuffers 30000001 0,64,0
+AudioSampleRate 30000001 0,2147483647,1
+AudioBitDepth 30000001 1,32,1
+AudioChannels 30000001 0,10,1
+VideoWidth 30000001 -2147483647,2147483647,1
+VideoHeight 30000001 -2147483647,2147483647,1
+VideoFrameRate 30000001 0,2147483647,1
+VideoFormat 30000004 4
+VideoColorDepth 30000001 1,32,1
+)";
+constexpr char writer_resources[] =
+    R"(AudioChannelCount 30000001 0,256,1
+VideoChannelCount 30000001 0,256,1
+KelContext 30000007
+MinAudioBuffers 30000001 0,64,0
+MinVideoBuffers 30000001 0,64,0
+)";
+
 TEST_F(Filters, HaveResources) {
     for (kel_filter* filter : {reader, writer}) {
         const auto& access = table_of<mmf_resource_interface>(filter, "AOResourceAccess");
+        std::string table;
         for (const mmf_resource* entry = access.get_resources(filter); entry->name; ++entry) {
+            char type[16];
+            snprintf(type, sizeof type, "%x", entry->type);
+            table += std::string(entry->name) + " " + type;
+            const auto* range = static_cast<const int32_t*>(entry->range);
+            const int words = !range                                                        ? 0
+                              : (entry->type & MM_RESOURCE_KIND_MASK) == MM_RESOURCE_STRING ? 1
+                                                                                            : 3;
+            for (int i = 0; i < words; ++i) table += (i ? "," : " ") + std::to_string(range[i]);
+            table += "\n";
             EXPECT_NE(entry->description, nullptr);
-            EXPECT_EQ(entry->range == nullptr, (entry->type & MM_RESOURCE_KIND_MASK) == MM_RESOURCE_POINTER);
         }
+        EXPECT_EQ(table, filter == reader ? reader_resources : writer_resources);
         EXPECT_EQ(access.get_resources(nullptr), nullptr);
         EXPECT_EQ(access.set_resource(nullptr, "KelContext", context), EINVAL);
         EXPECT_EQ(access.set_resource(filter, nullptr, context), EINVAL);
@@ -103,7 +147,13 @@ TEST_F(Filters, OutputsAnswer) {
     EXPECT_EQ(out.iterate_outputs(reader, &cursor), nullptr);
     EXPECT_STREQ(audio->name, "RawAudioOut");
     EXPECT_STREQ(video->name, "RawVideoOut");
-    EXPECT_EQ(audio->format.fourcc, 0x52415741u);
+    for (const kel_channel* channel : {audio, video}) {
+        const kel_channel_format& f = channel->format;
+        EXPECT_EQ(
+            std::tuple(f.fourcc, f.word_40c, f.word_410, f.word_414, f.word_418, f.flags, channel->word_0),
+            channel == audio ? std::tuple(0x52415741u, 2u, 2u, 768u, 0x80000u, 1u, 4u)
+                             : std::tuple(0u, 2u, 1u, 768u, 0x80000u, 1u, 4u));
+    }
     kel_channel_format format = audio->format;
     auto* allocator = &kel_allocator;
     auto* pool = reinterpret_cast<kel_mmf_pool*>(this);  // never looked at
