@@ -53,11 +53,11 @@ TEST(GlesState, TakesTheLastConfigurationWithoutMultisamplingOrTheFirst) {
         EXPECT_EQ(kel_gles_init(context, display), 22);
     }
     const ImportHook sampled = hook(samples_of, "eglGetConfigAttrib");
-    for (const std::vector<size_t>& which : {std::vector<size_t>{}, {2}, {0, 1, 3}}) {
+    for (const std::vector<size_t>& which : {std::vector<size_t>{}, {1}, {0, 2}}) {
         asked.clear();
         without_sampling = which;
         EXPECT_EQ(kel_gles_init(context, display), 0);
-        ASSERT_GT(asked.size(), 4u);
+        ASSERT_GT(asked.size(), 3u);  // so that one with samples comes last
         EXPECT_EQ(kel_gles_get_egl_config(context), asked[which.empty() ? 0 : which.back()]);
         EXPECT_EQ(kel_gles_init(context, &asked), 0);  // has one: nothing changes
         EXPECT_EQ(kel_gles_get_egl_display(context), display);
