@@ -92,6 +92,10 @@ const kel_allocator_interface allocator_table = {
     nullptr,
     nullptr};
 const mmf_filter_interface filter_table = {create, destroy};
+const mmf_control_interface control_table = {
+    [](kel_filter*) { return answer("start"); }, [](kel_filter*) { return answer("stop"); },
+    [](kel_filter*) { return answer("pause"); }, [](kel_filter*) { return answer("resume"); },
+    [](kel_filter*) { return answer("status"); }};
 const mmf_event_interface event_table = {
     [](kel_filter*, int* type, int* cursor) { return (*type = MM_EV_ERR, (*cursor)++ == 0) ? 0 : -1; },
     [](kel_filter*, mmf_event_poster own) { return poster = own, 0; },
@@ -102,6 +106,7 @@ const AOInterface_t whole[] = {{"Name", 1, "fake"},
                                {"MediaOutput", 101, &output_table},
                                {"MediaInput", 101, &input_table},
                                {"MediaMemoryAllocator", 121, &allocator_table},
+                               {"MediaControl", 101, &control_table},
                                {"MediaEventProducer", 100, &event_table},
                                {nullptr, 0, nullptr}};
 const AOInterface_t without_allocator[] = {{"Name", 1, "plain"},
@@ -319,6 +324,22 @@ TEST_F(Framework, HasPlainMemoryWhereNeitherEndHasAnAllocator) {
     }
     EXPECT_TRUE(memory.not_supported() && !memory.free_memory_pool(nullptr) &&
                 !memory.get_memory_pool_attributes(nullptr));
+}
+
+TEST_F(Framework, ControlsEveryFilter) {
+    const std::pair<int (*)(mm_graph*), const char*> controls[] = {
+        {MmStart, "start"}, {MmStop, "stop"}, {MmPause, "pause"}, {MmResume, "resume"}};
+    for (const auto& [control, name] : controls) {
+        calls.clear();
+        answers[name] = 5;
+        EXPECT_EQ(control(graph), 5);
+        EXPECT_EQ(calls, (std::vector<std::string>{name, name}));
+    }
+    for (int status :
+         {MM_STATUS_PLAYING, MM_STATUS_PAUSED, MM_STATUS_END_OF_STREAM, MM_STATUS_ERROR, MM_STATUS_STOPPED}) {
+        answers["status"] = status;
+        EXPECT_EQ(MmGetStatus(graph), status);
+    }
 }
 
 TEST_F(Framework, KeepsEvents) {
