@@ -34,6 +34,7 @@
 #include <screen/screen.h>
 #include <sys/cache.h>
 
+/* Marks what the library exports. */
 #if defined(__GNUC__)
 #define KEL_API __attribute__((visibility("default")))
 #else
@@ -152,8 +153,8 @@ KEL_API int32_t kel_audio_formats_differ(const kel_audio_format* a, const kel_au
  */
 
 /* kel_buffer_format.type */
-#define KEL_BUFFER_VIDEO 1u
-#define KEL_BUFFER_AUDIO 2u
+#define KEL_BUFFER_VIDEO 1u /* `video` applies */
+#define KEL_BUFFER_AUDIO 2u /* `audio` and `nsamples` apply */
 
 /* kel_buffer_pool.flags */
 #define KEL_POOL_WINDOW 1u                 /* the buffers are the render buffers of one Screen window */
@@ -174,15 +175,15 @@ typedef struct kel_video_format {
 typedef struct kel_buffer_format {
     uint32_t type; /* KEL_BUFFER_VIDEO or KEL_BUFFER_AUDIO */
     union {
-        kel_video_format video;
-        __extension__ struct { /* C++ has no unnamed structs of its own */
-            kel_audio_format audio;
-            uint32_t nsamples; /* frames that one buffer holds */
+        kel_video_format video;     /* of a video pool */
+        __extension__ struct {      /* C++ has no unnamed structs of its own */
+            kel_audio_format audio; /* of an audio pool */
+            uint32_t nsamples;      /* of an audio pool: frames that one buffer holds */
         };
     };
 } kel_buffer_format;
 
-typedef struct kel_buffer_pool kel_buffer_pool;
+typedef struct kel_buffer_pool kel_buffer_pool; /* see below */
 
 /* One buffer, inside its pool's array; it never moves to another pool. */
 typedef struct kel_buffer {
@@ -315,12 +316,16 @@ KEL_API const kel_buffer_format* kel_get_buffer_format(const kel_buffer* buffer)
 
 /* Whole pixels; y grows downwards. */
 typedef struct kel_point {
-    int32_t x, y;
+    int32_t x; /* from the left */
+    int32_t y; /* from the top */
 } kel_point;
 
+/* Whole pixels; y grows downwards. */
 typedef struct kel_rect {
-    int32_t x, y;          /* top left corner */
-    int32_t width, height; /* extent */
+    int32_t x;      /* left edge */
+    int32_t y;      /* top edge */
+    int32_t width;  /* to the right */
+    int32_t height; /* downwards */
 } kel_rect;
 
 /* ------------------------------------------------------------------------------------------------------------
@@ -338,14 +343,16 @@ typedef struct kel_slice {
         struct {
             uint32_t nsamples;   /* frames in the slice */
             void* samples_start; /* first frame, inside the buffer's data */
-        } audio;
+        } audio;                 /* of an audio pool's buffer */
         struct {
-            int32_t x, y;          /* top left corner in pixels */
-            int32_t width, height; /* pixels */
-            int32_t frame_width;   /* equal to width */
-            int32_t frame_height;  /* equal to height */
-        } video;
-    } spec;
+            int32_t x;            /* left edge in pixels */
+            int32_t y;            /* top edge in pixels */
+            int32_t width;        /* pixels */
+            int32_t height;       /* pixels */
+            int32_t frame_width;  /* equal to width */
+            int32_t frame_height; /* equal to height */
+        } video;                  /* of a video pool's buffer */
+    } spec;                       /* what part of the buffer */
 } kel_slice;
 
 #if defined(__cplusplus) && UINTPTR_MAX == UINT32_MAX
@@ -473,15 +480,16 @@ typedef kel_audio_step* (*kel_audio_step_create)(const kel_audio_format* from, c
 /* Frees a step. */
 typedef void (*kel_audio_step_release)(kel_audio_step* step);
 
+/* What every step begins with. */
 struct kel_audio_step {
-    kel_audio_step* next; /* null at the end of the chain */
-    kel_audio_step_kernel kernel;
-    kel_audio_step_release release;
+    kel_audio_step* next;           /* null at the end of the chain */
+    kel_audio_step_kernel kernel;   /* does the work */
+    kel_audio_step_release release; /* frees the record */
 };
 
 /* Applies when the current type is from_type. */
 typedef struct kel_type_conversion_step {
-    kel_audio_step_kernel kernel;
+    kel_audio_step_kernel kernel; /* null in the table's last row */
     uint32_t from_type;           /* KEL_AUDIO_TYPE_* */
     uint32_t to_type;             /* KEL_AUDIO_TYPE_* */
     kel_audio_step_create create; /* null: a plain record */
@@ -492,21 +500,21 @@ typedef struct kel_type_conversion_step {
  * with a multiplier and a divisor of 0 for any target rate.
  */
 typedef struct kel_rate_conversion_step {
-    kel_audio_step_kernel kernel;
-    int32_t multiplier;
-    int32_t divisor;
-    uint32_t type_value;
-    uint32_t type_mask;
+    kel_audio_step_kernel kernel; /* null in the table's last row */
+    int32_t multiplier;           /* 0: any target rate */
+    int32_t divisor;              /* 0: any target rate */
+    uint32_t type_value;          /* KEL_AUDIO_TYPE_* bits that the type must have */
+    uint32_t type_mask;           /* bits that are looked at */
     kel_audio_step_create create; /* null: a plain record */
 } kel_rate_conversion_step;
 
 /* Applies to a type with (type ^ type_value) & type_mask == 0 between the two channel counts. */
 typedef struct kel_channel_conversion_step {
-    kel_audio_step_kernel kernel;
-    int32_t from_channels;
-    int32_t to_channels;
-    uint32_t type_value;
-    uint32_t type_mask;
+    kel_audio_step_kernel kernel; /* null in the table's last row */
+    int32_t from_channels;        /* values per frame before */
+    int32_t to_channels;          /* values per frame after */
+    uint32_t type_value;          /* KEL_AUDIO_TYPE_* bits that the type must have */
+    uint32_t type_mask;           /* bits that are looked at */
     kel_audio_step_create create; /* null: a plain record */
 } kel_channel_conversion_step;
 
@@ -524,7 +532,7 @@ typedef struct kel_audio_converter kel_audio_converter;
 
 /* One block to convert: kel_init_audio_conversion fills it, the limits may be set then, the results are read. */
 typedef struct kel_audio_conversion {
-    const void* input;
+    const void* input;       /* whole frames of the converter's first format */
     int32_t input_bytes;     /* bytes available at input */
     int32_t input_limit;     /* most frames to take; negative: no limit */
     void* output;            /* does not overlap the input */
@@ -671,12 +679,12 @@ KEL_API void kel_set_audio_mixer_pts(kel_audio_mixer* mixer, uint64_t pts);
  */
 
 /* Flags of a template's port descriptors */
-#define KEL_AUDIO_PORT_INPUT 2u
-#define KEL_AUDIO_PORT_OUTPUT 4u
-#define KEL_AUDIO_PORT_PARAM 8u /* a parameter stream: S16.16LE instead of S24.8LE */
+#define KEL_AUDIO_PORT_INPUT 2u  /* the filter reads from it */
+#define KEL_AUDIO_PORT_OUTPUT 4u /* the filter writes to it */
+#define KEL_AUDIO_PORT_PARAM 8u  /* a parameter stream: S16.16LE instead of S24.8LE */
 
-typedef struct kel_audio_filter kel_audio_filter;
-typedef struct kel_audio_filter_class kel_audio_filter_class;
+typedef struct kel_audio_filter kel_audio_filter;             /* an instance */
+typedef struct kel_audio_filter_class kel_audio_filter_class; /* a kind of filter */
 
 /* What a class does with `frames` frames; returns the frames processed, or -1 with errno. */
 typedef int32_t (*kel_audio_filter_process)(kel_audio_filter* filter, int32_t frames);
@@ -689,7 +697,7 @@ typedef void (*kel_audio_filter_coefficients)(kel_audio_filter* filter, double f
  * many there are; `data` may be the same on an input and an output.
  */
 typedef struct kel_audio_filter_port {
-    const char* name;
+    const char* name;        /* a static string */
     int32_t index;           /* tells ports of one name apart */
     uint32_t flags;          /* the descriptor's KEL_AUDIO_PORT_* flags; 0 on biquads */
     int32_t decimation;      /* frames per value that the filter reads: 1 = every frame */
@@ -699,45 +707,48 @@ typedef struct kel_audio_filter_port {
     int32_t available;       /* frames present on an input port; set by the client */
 } kel_audio_filter_port;
 
-/* A filter made from a table: what it does and its ports. */
+/* What a port of a new instance begins with. */
 typedef struct kel_audio_filter_port_descriptor {
-    const char* name;
-    int32_t index;
-    uint32_t flags; /* KEL_AUDIO_PORT_* */
-    int32_t decimation;
+    const char* name;     /* a static string */
+    int32_t index;        /* tells ports of one name apart */
+    uint32_t flags;       /* KEL_AUDIO_PORT_* */
+    int32_t decimation;   /* frames per value that the filter reads */
     uint32_t reserved[6]; /* zero */
 } kel_audio_filter_port_descriptor;
 
+/* A filter made from a table: what it does and its ports. */
 typedef struct kel_audio_filter_template {
-    kel_audio_filter_process process;
-    uint32_t flags; /* 1 */
-    int32_t ndescriptors;
-    kel_audio_filter_port_descriptor descriptors[3];
+    kel_audio_filter_process process;                /* of every instance */
+    uint32_t flags;                                  /* 1 */
+    int32_t ndescriptors;                            /* descriptors that count */
+    kel_audio_filter_port_descriptor descriptors[3]; /* the ports, inputs first */
 } kel_audio_filter_template;
 
+/* The gain filter's. */
 extern KEL_API const kel_audio_filter_template _kel_gain_filter_tmpl;
 
 /* A row of the registry: a kind of filter. */
 struct kel_audio_filter_class {
-    const char* name;
+    const char* name; /* a static string */
     union {
         const kel_audio_filter_template* tmpl;             /* gain */
         kel_audio_filter_coefficients update_coefficients; /* biquads */
     };
-    kel_audio_filter* (*create)(const kel_audio_filter_class* cls, const kel_audio_format* format);
-    void (*destroy)(kel_audio_filter* filter);
+    kel_audio_filter* (*create)(const kel_audio_filter_class* cls,
+                                const kel_audio_format* format); /* kel_create_audio_filter's */
+    void (*destroy)(kel_audio_filter* filter);                   /* kel_destroy_audio_filter's */
 };
 
 /* An instance. Clients read the fields; they write only to the ports. */
 struct kel_audio_filter {
-    const kel_audio_filter_class* cls;
-    kel_audio_filter_process process;
-    kel_audio_format format;        /* rate, channels, S24.8LE */
-    kel_audio_format output_format; /* the same */
-    int32_t ninputs;
-    kel_audio_filter_port* inputs;
-    int32_t noutputs;
-    kel_audio_filter_port* outputs;
+    const kel_audio_filter_class* cls; /* its kind, of the registry */
+    kel_audio_filter_process process;  /* what kel_pump_audio_filter calls */
+    kel_audio_format format;           /* rate, channels, S24.8LE */
+    kel_audio_format output_format;    /* the same */
+    int32_t ninputs;                   /* ports at inputs */
+    kel_audio_filter_port* inputs;     /* the filter's */
+    int32_t noutputs;                  /* ports at outputs */
+    kel_audio_filter_port* outputs;    /* the filter's */
 };
 
 /*
@@ -901,14 +912,14 @@ KEL_API void kel_gles_destroy_texture(kel_texture** texture);
  */
 
 /* kel_video_filter_param.type */
-#define KEL_PARAM_FLOAT 1
-#define KEL_PARAM_INT 2
-#define KEL_PARAM_TEXTURE 3
+#define KEL_PARAM_FLOAT 1   /* float, vec2, vec3, vec4 */
+#define KEL_PARAM_INT 2     /* int, ivec2, ivec3, ivec4 */
+#define KEL_PARAM_TEXTURE 3 /* a sampler, which the client sets */
 
 /* kel_video_filter_param.precision; 0 when none was given */
-#define KEL_PRECISION_LOW 1
-#define KEL_PRECISION_MEDIUM 2
-#define KEL_PRECISION_HIGH 3
+#define KEL_PRECISION_LOW 1    /* lowp */
+#define KEL_PRECISION_MEDIUM 2 /* mediump */
+#define KEL_PRECISION_HIGH 3   /* highp */
 
 /* The one type of filter that there is: GLSL text. */
 #define KEL_VIDEO_FILTER_SHADER 1
@@ -1076,8 +1087,8 @@ typedef struct kel_text_style {
 
 /* One of FreeType's error codes and its text. */
 typedef struct kel_ft_error {
-    int code;
-    const char* text;
+    int code;         /* FT_Error */
+    const char* text; /* a static string */
 } kel_ft_error;
 
 /* FreeType's own error list, in its order, as of the version built against; the last entry's text is null. */

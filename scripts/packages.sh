@@ -30,6 +30,7 @@ packages_test=(
     alsa-utils
     binutils
     ccache
+    doxygen
     dpkg-dev
     file
     fonts-dejavu-core
@@ -49,7 +50,6 @@ packages_analysis=(
     clang
     clang-format
     clang-tidy
-    doxygen
 )
 
 # Cross compiler and emulator for 32-bit ARM.
