@@ -50,7 +50,7 @@ class road {
     void check(media_input& input);
 
     // Looks at the heap while the road works; once it is warm the heap should not grow any more.
-    static constexpr int64_t warm_after = 100;  // pictures or blocks
+    static constexpr int64_t warm_after = 200;  // pictures or blocks
     void note_heap();
     [[nodiscard]] int64_t heap_growth() const { return heap_now_ - heap_when_warm_; }  // bytes
     [[nodiscard]] bool was_warm() const { return heap_when_warm_ > 0; }
