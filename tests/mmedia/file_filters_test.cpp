@@ -50,27 +50,6 @@ void check(const SinkRow& row, const std::string& path, double least_psnr) {
     }
 }
 
-// Straight from a source to a sink, with the framework's own memory between them. Empty, or what went wrong.
-std::string copy_media(const std::string& from, const std::string& into, const MediaSpec& spec) {
-    mm_graph* graph = MmCreateGraph();
-    kel_filter* source = MmCreateFilter(graph, MmFileSource());
-    kel_filter* sink = MmCreateFilter(graph, MmFileSink());
-    set_integer(source, "AudioBitDepth", spec.bits);
-    MmSetResource(source, "Path", from.c_str());
-    MmSetResource(sink, "Path", into.c_str());
-    for (const auto& [name, number] : spec.numbers) set_integer(sink, name.c_str(), number);
-    for (uint32_t type : {4u, 2u}) {
-        kel_channel* output = output_of(source, type);
-        if (output && MmConnect(graph, output, input_of(sink, type)) != 0) ADD_FAILURE() << "no connection";
-    }
-    MmStart(graph);
-    MmResume(graph);
-    const int status = run_sinks(graph);
-    const std::string error = error_of(source) + error_of(sink);
-    MmDestroyGraph(graph);
-    return status == MM_STATUS_END_OF_STREAM ? error : error + " (not ended)";
-}
-
 TEST_F(Media, SinkWritesEveryKindOfFile) {
     const SinkRow rows[] = {
         {"s16.wav", "pcm_s16le", "", 44100, 2, 16, 0, 0, 0},

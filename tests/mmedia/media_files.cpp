@@ -186,6 +186,29 @@ std::string make_media(kel_context* context, const std::string& path, const Medi
     return error;
 }
 
+std::string copy_media(const std::string& from, const std::string& into, const MediaSpec& spec) {
+    mm_graph* graph = MmCreateGraph();
+    kel_filter* source = graph ? MmCreateFilter(graph, MmFileSource()) : nullptr;
+    kel_filter* sink = graph ? MmCreateFilter(graph, MmFileSink()) : nullptr;
+    std::string error = source && sink ? "" : "no filters";
+    if (error.empty()) {
+        set_integer(source, "AudioBitDepth", spec.bits);
+        if (MmSetResource(source, "Path", from.c_str()) != 0) error = "no source";
+        if (MmSetResource(sink, "Path", into.c_str()) != 0) error = "no sink";
+        for (const auto& [name, text] : spec.texts) MmSetResource(sink, name.c_str(), text.c_str());
+        for (const auto& [name, number] : spec.numbers) set_integer(sink, name.c_str(), number);
+    }
+    for (uint32_t type : {4u, 2u})
+        if (kel_channel* output = error.empty() ? output_of(source, type) : nullptr)
+            if (MmConnect(graph, output, input_of(sink, type)) != 0) error = "no connection";
+    MmStart(graph);
+    MmResume(graph);
+    if (error.empty() && run_sinks(graph) != MM_STATUS_END_OF_STREAM) error = "not ended";
+    if (source && sink) error += error_of(source) + error_of(sink);
+    MmDestroyGraph(graph);
+    return error;
+}
+
 ReadMedia::ReadMedia(const std::string& path) {
     AVFormatContext* format = nullptr;
     if (avformat_open_input(&format, path.c_str(), nullptr, nullptr) < 0) return;

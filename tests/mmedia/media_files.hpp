@@ -42,6 +42,9 @@ std::string test_path(const std::string& name);
 // Writes a file through reader and file sink. Empty on success, else what went wrong.
 std::string make_media(kel_context* context, const std::string& path, const MediaSpec& spec);
 
+// The same straight from a file source into a sink, with the framework's own memory between them.
+std::string copy_media(const std::string& from, const std::string& into, const MediaSpec& spec);
+
 // Runs MmProcess until the graph's sinks end, fail or stop; its last result.
 int run_sinks(mm_graph* graph);
 
