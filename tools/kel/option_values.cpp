@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <cmath>
+#include <cstdlib>
 
 #include "failure.hpp"
 #include "filter_spec.hpp"
@@ -9,7 +10,8 @@
 namespace kel_tool {
 namespace {
 
-constexpr int most_side = 8192;           // pixels; what OpenGL ES draws everywhere
+constexpr int most_side = 8192;  // pixels; what OpenGL ES draws everywhere
+constexpr int most_pixels = 1 << 20;
 constexpr int most_picture_side = 16384;  // pixels, of a still picture
 
 [[noreturn]] void refuse(const std::string& text, const std::string& wanted) {
@@ -29,7 +31,7 @@ Value find(const named<Value> (&table)[count], const std::string& text, const st
     refuse(text, wanted);
 }
 
-// So many integers between separators.
+// So many integers between separators, none farther from 0 than sums of them can bear.
 template <size_t count>
 void parse_integers(const std::string& text, char separator, int (&values)[count],
                     const std::string& wanted) {
@@ -38,7 +40,7 @@ void parse_integers(const std::string& text, char separator, int (&values)[count
     for (size_t i = 0; i < count; ++i) {
         if (i > 0 && (at == end || *at++ != separator)) refuse(text, wanted);
         const auto [stop, error] = std::from_chars(at, end, values[i]);
-        if (error != std::errc()) refuse(text, wanted);
+        if (error != std::errc() || std::abs(int64_t{values[i]}) > most_pixels) refuse(text, wanted);
         at = stop;
     }
     if (at != end) refuse(text, wanted);

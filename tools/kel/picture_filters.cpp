@@ -7,6 +7,7 @@ namespace {
 
 std::vector<chosen_filter> choose(const std::vector<std::string>& texts) {
     std::vector<filter_spec> specs;
+    specs.reserve(texts.size());
     for (const std::string& text : texts) specs.push_back(parse_filter_spec(text));
     return choose_filters(specs);
 }
