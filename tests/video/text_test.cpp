@@ -39,9 +39,10 @@ void compare_at_random(Frame& frame, PlainText& plain, const char* font, int rou
     std::mt19937 random(static_cast<uint32_t>(seed));
     const auto between = [&](int low, int high) { return std::uniform_int_distribution(low, high)(random); };
     for (int round = 0; round < rounds; ++round) {
+        const int points = between(0, 9) ? between(1, 40) : between(100, 400);
         Scene scene = {.text = texts[between(0, int(std::size(texts)) - 1)],
-                       .style = {kel_test::test_font(font).c_str(), uint32_t(random()),
-                                 between(0, 9) ? between(1, 40) : 150, between(-1, 3), between(-1, 4)},
+                       .style = {kel_test::test_font(font).c_str(), uint32_t(random()), points,
+                                 between(-1, 3), between(-1, 4)},
                        .at = {between(-200, width + 20), between(-30, height + 60)},
                        .clip = between(0, 2) ? whole : kel_point{between(0, width), between(0, height)},
                        .box_size = {between(-2, 400), between(0, 150)}};
