@@ -1,14 +1,16 @@
 #include "interrupt.hpp"
 
+#include <atomic>
 #include <csignal>
 
 namespace kel_tool {
 namespace {
 
-volatile std::sig_atomic_t seen = 0;
+std::atomic<bool> seen{false};  // set in whichever thread the signal finds
+static_assert(std::atomic<bool>::is_always_lock_free);
 
 void note(int) {
-    seen = 1;
+    seen = true;
 }
 
 }  // namespace
@@ -23,7 +25,7 @@ void watch_for_interrupt() {
 }
 
 bool interrupted() {
-    return seen != 0;
+    return seen;
 }
 
 }  // namespace kel_tool

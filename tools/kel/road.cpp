@@ -21,9 +21,11 @@ int64_t heap_bytes() {
 
 }  // namespace
 
-void road_stats::pool::note(const kel_buffer_pool& used) {
+void road_stats::pool::note(kel_buffer_pool& used) {
     buffers = used.count;
-    peak = std::max(peak, used.in_use);  // read without its lock: a sample
+    pthread_mutex_lock(&used.mutex);
+    peak = std::max(peak, used.in_use);
+    pthread_mutex_unlock(&used.mutex);
 }
 
 void road_stats::queue::note(const slice_queue& used) {

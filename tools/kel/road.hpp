@@ -19,7 +19,7 @@ struct road_stats {
     struct pool {
         int32_t buffers = 0, peak = 0;
         int64_t waits = 0;
-        void note(const kel_buffer_pool& used);
+        void note(kel_buffer_pool& used);
     };
     struct queue {
         uint32_t peak = 0, limit = 0;
