@@ -137,9 +137,9 @@ class Reader : public MediaTest {
         EXPECT_EQ(errors.back().text, "kel_reader: Setting MRA data failed.");
         expect_nothing_held();
         for (int i = 0; i < pool->buffer_pool->count; ++i) {
-            const auto* bytes = static_cast<uint8_t*>(pool->buffer_pool->buffers[i].ptr);
-            EXPECT_EQ(std::count(bytes, bytes + pool->buffer_pool->buffers[i].size, guard),
-                      pool->buffer_pool->buffers[i].size);
+            const kel_buffer& buffer = pool->buffer_pool->buffers[i];
+            const auto* bytes = static_cast<uint8_t*>(buffer.ptr);
+            EXPECT_TRUE(std::all_of(bytes, bytes + buffer.size, [](uint8_t byte) { return byte == guard; }));
         }
     }
 
