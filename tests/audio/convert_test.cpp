@@ -205,9 +205,10 @@ TEST(Kernels, EveryVariantGivesThePlainResult) {
             for (const auto& row : rows)
                 check(row.from, row.to,
                       [&](uint8_t* out, const uint8_t* in) { (kernels->*row.kernel)(out, in, frames); });
-            for (const auto& [size, format] : items)
+            for (const auto& item : items)
                 for (const int32_t factor : {2, 4}) {
-                    const auto n = static_cast<size_t>(factor);
+                    const size_t size = item.first, n = static_cast<size_t>(factor);
+                    const kel_audio_format& format = item.second;
                     kel_audio_format more = format, less = format;
                     more.rate *= factor, less.rate /= factor;
                     check(format, more,
