@@ -64,7 +64,7 @@ AVStream* output_file::add_stream() {
 bool output_file::start(std::string& error) {
     int status = 0;
     if (!is_sequence()) {
-        status = avio_open(&format_->pb, part_path_.c_str(), AVIO_FLAG_WRITE);
+        status = avio_open(&format_->pb, ("file:" + part_path_).c_str(), AVIO_FLAG_WRITE);
         opened_ = status >= 0;
     }
     AVDictionary* options = nullptr;

@@ -41,7 +41,12 @@ std::unique_ptr<stream_decoder> stream_decoder::open(const std::string& path, ki
         error = error_text(AVERROR(ENOMEM));
         return nullptr;
     }
-    int status = avformat_open_input(&decoder->format_, path.c_str(), nullptr, nullptr);
+    // Files and nothing else: neither a name nor what a playlist names may reach the network.
+    AVDictionary* options = nullptr;
+    int status = av_dict_set(&options, "protocol_whitelist", "file", 0);
+    if (status >= 0)
+        status = avformat_open_input(&decoder->format_, ("file:" + path).c_str(), nullptr, &options);
+    av_dict_free(&options);
     if (status >= 0) status = avformat_find_stream_info(decoder->format_, nullptr);
     if (status < 0) {
         error = error_text(status);

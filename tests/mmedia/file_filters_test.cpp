@@ -113,6 +113,16 @@ TEST_F(Media, SourcePlaysRealRecordings) {
     }
 }
 
+TEST_F(Media, PathsAreFilesWhateverTheyLookLike) {
+    const std::string recording = "/usr/share/sounds/alsa/Noise.wav", colon = "clock:12.wav";
+    EXPECT_NE(Playing(context, "concat:" + recording).opened, 0);
+    ASSERT_EQ(copy_media(recording, colon, {}), "");
+    Playing playing(context, colon);
+    EXPECT_EQ(playing.opened, 0);
+    EXPECT_GT(playing.drain().frames, 0);
+    std::filesystem::remove(colon);
+}
+
 std::string with_bytes(const std::string& name, const std::string& bytes) {
     const std::string path = test_path(name);
     std::ofstream(path, std::ios::binary) << bytes;
