@@ -149,12 +149,13 @@ TEST_F(Allocator, MakesAudioPools) {
 
         const auto list = kel_allocator.get_memory_pool_buffers;
         int count = 0, size = 0;
-        kel_mmf_buffer* records[9];
+        kel_mmf_buffer* records[10] = {};
         EXPECT_EQ(list(pool, &count, &size, nullptr), 0);
         EXPECT_EQ(list(pool, &count, &size, records), 0);
         EXPECT_EQ(count, row.made);
         EXPECT_EQ(static_cast<uint32_t>(size), pool->buffer_size);
         for (int i = 0; i < count; ++i) EXPECT_EQ(records[i], &pool->buffers[i]);
+        EXPECT_EQ(records[count], nullptr);
         EXPECT_EQ(list(nullptr, &count, &size, nullptr), 22);
         EXPECT_EQ(list(pool, nullptr, &size, nullptr), 22);
         EXPECT_EQ(list(pool, &count, nullptr, nullptr), 22);
