@@ -20,8 +20,7 @@ std::string find_share_folder() {
     const fs::path program = fs::read_symlink("/proc/self/exe", ignored);
     const char* chosen = std::getenv("KEL_SHARE");
     for (const fs::path& folder :
-         {fs::path(chosen ? chosen : ""), program.parent_path().parent_path() / KEL_TOOL_SHARE,
-          fs::path(KEL_TOOL_SOURCE_SHARE)})
+         {fs::path(chosen ? chosen : ""), program.parent_path().parent_path() / KEL_TOOL_SHARE})
         if (fs::is_directory(folder / "filters", ignored)) return folder.string();
     throw failure("the folder of the video filters (share/kel) is not there; set KEL_SHARE to it");
 }
