@@ -42,10 +42,10 @@ std::unique_ptr<stream_decoder> stream_decoder::open(const std::string& path, ki
         return nullptr;
     }
     // Files and nothing else: neither a name nor what a playlist names may reach the network.
+    const std::string url = "file:" + path;
     AVDictionary* options = nullptr;
     int status = av_dict_set(&options, "protocol_whitelist", "file", 0);
-    if (status >= 0)
-        status = avformat_open_input(&decoder->format_, ("file:" + path).c_str(), nullptr, &options);
+    if (status >= 0) status = avformat_open_input(&decoder->format_, url.c_str(), nullptr, &options);
     av_dict_free(&options);
     if (status >= 0) status = avformat_find_stream_info(decoder->format_, nullptr);
     if (status < 0) {
