@@ -229,6 +229,13 @@ class MediaCommands(unittest.TestCase):
             self.assertAlmostEqual(flash, sound, delta=0.005)
         self.assertAlmostEqual(float(info("road.mkv")["duration"]), 5.6, delta=0.05)
 
+    def test_slides(self):
+        for name, grey in (("a.png", "#404040"), ("b.png", "#c0c0c0")):
+            kel("text", ".", "-o", name, "--size", "64x48", "--background", grey)
+        kel("slides", "a.png", "b.png", "-o", "s.y4m", "--seconds", 1, "--size", "64x48", "--frame-rate", 10)
+        corners = [plane[0] for plane in read_y4m("s.y4m")[2]]
+        self.assertEqual(corners, [71] * 10 + [108, 144] + [181] * 8)  # the one, a fade, the other
+
     @unittest.skipIf(SMALL, "too slow under an emulator")
     def test_interrupt(self):
         write_y4m("v.y4m", [lambda x, y: x * y % 256] * 20 + [128] * 3000, 320, 240)
