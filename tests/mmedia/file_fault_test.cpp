@@ -154,13 +154,18 @@ TEST_F(FileFaults, CopiesWholeOrNotAtAllWithoutMemory) {
     const std::string from = test_path("faults.mkv"), into = test_path("faults_copy.mkv");
     ASSERT_EQ(make_media(context, from, spec), "");
     ASSERT_EQ(copy_media(from, into, spec), "");
-    const auto whole = std::filesystem::file_size(into);
+    const ReadMedia whole(into);
     std::vector<FaultPoint> memory = file_fault_points();
     memory.resize(3);  // the operators
     const int tried = sweep_faults(memory, [&](const Fault*, LogCapture& log) {
         std::filesystem::remove(into);
         const std::string error = copy_media(from, into, spec);
-        EXPECT_TRUE(!error.empty() || !log.messages(3).empty() || std::filesystem::file_size(into) == whole);
+        if (error.empty() && log.messages(3).empty()) {
+            const ReadMedia copy(into);
+            // Not each value: emulated encoders do not give the same bits twice.
+            EXPECT_EQ(copy.audio.size(), whole.audio.size());
+            EXPECT_EQ(copy.luma, whole.luma);
+        }
         EXPECT_FALSE(std::filesystem::exists(into + ".part"));
     });
     std::printf("%d faults\n", tried);

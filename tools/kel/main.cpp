@@ -2,7 +2,6 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
-#include <iostream>
 
 #include "command_line.hpp"
 #include "failure.hpp"
@@ -10,26 +9,8 @@
 
 namespace {
 
-// Runs what the command line asks for; the callbacks throw failure.
-int run(CLI::App& app, int argc, char** argv) {
-    try {
-        app.parse(argc, argv);
-        if (std::fflush(stdout) != 0) throw kel_tool::failure("standard output cannot be written");
-        return kel_tool::exit_done;
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? kel_tool::exit_done : kel_tool::exit_usage;
-    } catch (const kel_tool::failure& error) {
-        std::cerr << "kel: " << error.what() << '\n';
-        return error.status();
-    } catch (const std::exception& error) {
-        std::cerr << "kel: " << error.what() << '\n';
-        return kel_tool::exit_failed;
-    }
-}
-
-}  // namespace
-
-int main(int argc, char** argv) {
+// Runs what the command line asks for; the commands throw failure.
+int run(int argc, char** argv) {
     CLI::App app("Decodes, mixes, filters, annotates and encodes media", "kel");
     app.require_subcommand(1);
     app.set_version_flag("--version", "kel " KEL_TOOL_VERSION);
@@ -49,5 +30,25 @@ int main(int argc, char** argv) {
     app.fallthrough();
     kel_tool::add_media_commands(app);
     kel_tool::add_picture_commands(app);
-    return run(app, argc, argv);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? kel_tool::exit_done : kel_tool::exit_usage;
+    }
+    if (std::fflush(stdout) != 0) throw kel_tool::failure("standard output cannot be written");
+    return kel_tool::exit_done;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return run(argc, argv);
+    } catch (const kel_tool::failure& error) {
+        std::fprintf(stderr, "kel: %s\n", error.what());
+        return error.status();
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "kel: %s\n", error.what());
+        return kel_tool::exit_failed;
+    }
 }
