@@ -87,7 +87,7 @@ bool media_input::read_video(kel_slice& slice) {
 }
 
 std::string media_input::damage() {
-    const std::string event = last_event();
+    std::string event = last_event();
     const int64_t end = std::max<int64_t>(audio_end_, video_end_);
     if (!event.empty() || open_streams_ > 0 || end == 0 || end + tolerance + end / 10 >= duration())
         return event;

@@ -25,6 +25,11 @@ kel_rect place_in(const picture_size& size, const kel_channel_format& input) {
     return {(size.width - width) / 2, (size.height - height) / 2, width, height};
 }
 
+slice_queue& pictures_of(media_output& output) {
+    if (!output.video()) throw failure("the output takes no pictures");
+    return *output.video();
+}
+
 }  // namespace
 
 picture_road::picture_road(session& session, road& road, media_input& input, const picture_work& work,
@@ -36,10 +41,11 @@ picture_road::picture_road(session& session, road& road, media_input& input, con
       span_(span),
       draws_(work.draws(*input.video())),
       frame_rate_(input.video()->video.frame_rate),
+      output_(pictures_of(road.output())),
       place_(place_in(work.size, *input.video())),
       decoded_(decoded_limit) {
     if (!draws_) return;
-    const auto pictures = static_cast<int32_t>(road.output().video()->limit()) + pictures_beyond_queue;
+    const auto pictures = static_cast<int32_t>(output_.limit()) + pictures_beyond_queue;
     const kel_video_format whole = rgba(work.size.width, work.size.height);
     finished_.reset(kel_create_pixmap_buffer_pool(session.context(), &whole, pictures));
     if (!work.filters.empty()) {
@@ -55,14 +61,14 @@ picture_road::picture_road(session& session, road& road, media_input& input, con
 picture_road::~picture_road() = default;
 
 void picture_road::note_sent(const kel_slice& slice) {
-    road_.stats.to_encoder.note(*road_.output().video());
+    road_.stats.to_encoder.note(output_);
     road_.stats.video_bytes += int64_t{work_.size.width} * work_.size.height * 3 / 2;
     road_.video_pts = static_cast<int64_t>(slice.pts);
     ++road_.pictures;
 }
 
 void picture_road::decode() {
-    slice_queue& to = draws_ ? decoded_ : *road_.output().video();
+    slice_queue& to = draws_ ? decoded_ : output_;
     kel_slice slice;
     while (!road_.stop() && input_.read_video(slice)) {
         const auto pts = static_cast<int64_t>(slice.pts);
@@ -83,7 +89,6 @@ void picture_road::draw() {
     std::optional<overlay> text;
     if (!work_.filters.empty()) chain.emplace(session_, work_.filters);
     if (work_.text) text.emplace(session_, *work_.text, work_.size.width, work_.size.height, frame_rate_);
-    slice_queue& to = *road_.output().video();
     kel_slice decoded;
     for (int64_t number = 0; decoded_.take(decoded); ++number) {
         const buffer_handle release_decoded(decoded.buffer);
@@ -99,12 +104,12 @@ void picture_road::draw() {
             fit(decoded, finished, place_);
         }
         if (text) text->draw(finished, static_cast<int64_t>(finished.pts), number);
-        target.release();
-        if (!to.send(finished)) break;
+        static_cast<void>(target.release());  // the queue's
+        if (!output_.send(finished)) break;
         note_sent(finished);
     }
     decoded_.abort();  // where the output has ended before the decoder
-    to.close();
+    output_.close();
 }
 
 // Scales a decoded picture into a place of an RGBA picture; around it is black.

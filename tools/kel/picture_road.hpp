@@ -48,6 +48,7 @@ class picture_road {
     time_span span_;
     bool draws_;
     int frame_rate_;
+    slice_queue& output_;
     kel_rect place_;        // of the picture in the output
     slice_queue decoded_;   // between the two threads
     buffer_handle fitted_;  // what the chain reads

@@ -99,7 +99,7 @@ void make_slides(const slides_options& options) {
     std::optional<slide> now, before;
     int64_t number = 0, pts = 0;
     for (size_t i = 0; i < options.photographs.size() && !interrupted(); ++i) {
-        before = std::move(now);
+        before.swap(now);
         now.emplace(session, images.handle, options.photographs[i], size, i);
         for (int64_t frame = 0; frame < frames && !interrupted(); ++frame, ++number) {
             buffer_handle buffer(kel_acquire_buffer_wait(pool.get(), -1));
@@ -110,7 +110,7 @@ void make_slides(const slides_options& options) {
             now->draw(picture, static_cast<double>(frame) / shown,
                       fades ? static_cast<int>(opaque * (frame + 1) / (fading + 1)) : opaque);
             screen_flush_blits(context->screen_context, SCREEN_WAIT_IDLE);
-            buffer.release();
+            static_cast<void>(buffer.release());                  // the queue's
             if (!output.video()->send(picture)) output.finish();  // throws what went wrong
             progress.show(pts, number);
         }
