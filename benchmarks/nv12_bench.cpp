@@ -10,7 +10,7 @@ extern "C" {
 #include <random>
 
 #include "benchmarks/harness.hpp"
-#include "video/nv12_kernels.hpp"
+#include "image/nv12_kernels.hpp"
 
 namespace {
 

@@ -13,7 +13,7 @@
 
 #include "benchmarks/codec_time.hpp"
 #include "benchmarks/harness.hpp"
-#include "tools/kel/graph.hpp"
+#include "media/channels.hpp"
 
 namespace {
 

@@ -29,5 +29,5 @@ set(CPACK_COMPONENT_PROGRAM_DEPENDS runtime)
 
 # The other needed packages are read from the programs and libraries.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_BINARY_DIR}/core ${CMAKE_BINARY_DIR}/platform)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_BINARY_DIR}/src/base ${CMAKE_BINARY_DIR}/platform)
 include(CPack)

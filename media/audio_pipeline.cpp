@@ -1,4 +1,4 @@
-#include "audio_road.hpp"
+#include "audio_pipeline.hpp"
 
 #include <algorithm>
 

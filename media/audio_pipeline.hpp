@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "audio_track.hpp"
-#include "road.hpp"
+#include "pipeline.hpp"
 
 namespace kel_tool {
 

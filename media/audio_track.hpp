@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "audio_filters.hpp"
-#include "media_input.hpp"
+#include "input.hpp"
 
 namespace kel_tool {
 

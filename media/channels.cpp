@@ -1,4 +1,4 @@
-#include "graph.hpp"
+#include "channels.hpp"
 
 namespace kel_tool {
 

@@ -1,4 +1,4 @@
-#include "shelf.hpp"
+#include "filter_library.hpp"
 
 #include <kel.h>
 

@@ -1,4 +1,4 @@
-#include "picture.hpp"
+#include "image.hpp"
 
 #include <string>
 

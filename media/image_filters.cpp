@@ -1,4 +1,4 @@
-#include "picture_filters.hpp"
+#include "image_filters.hpp"
 
 #include "filter_spec.hpp"
 

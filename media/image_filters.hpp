@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "picture.hpp"
+#include "image.hpp"
 #include "session.hpp"
 #include "video_chain.hpp"
 

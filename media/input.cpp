@@ -1,10 +1,10 @@
-#include "media_input.hpp"
+#include "input.hpp"
 
 #include <algorithm>
 #include <cstdio>
 
+#include "channels.hpp"
 #include "failure.hpp"
-#include "graph.hpp"
 
 namespace kel_tool {
 namespace {

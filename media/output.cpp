@@ -1,10 +1,10 @@
-#include "media_output.hpp"
+#include "output.hpp"
 
 #include <chrono>
 #include <filesystem>
 
+#include "channels.hpp"
 #include "failure.hpp"
-#include "graph.hpp"
 
 namespace fs = std::filesystem;
 

@@ -1,4 +1,4 @@
-#include "road.hpp"
+#include "pipeline.hpp"
 
 #include <malloc.h>
 

@@ -9,8 +9,8 @@
 #include <string>
 #include <thread>
 
-#include "media_input.hpp"
-#include "media_output.hpp"
+#include "input.hpp"
+#include "output.hpp"
 
 namespace kel_tool {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "picture.hpp"
+#include "image.hpp"
 #include "session.hpp"
 
 namespace kel_tool {

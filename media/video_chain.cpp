@@ -6,7 +6,7 @@
 #include <string>
 
 #include "failure.hpp"
-#include "shelf.hpp"
+#include "filter_library.hpp"
 
 namespace kel_tool {
 namespace {

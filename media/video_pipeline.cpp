@@ -1,4 +1,4 @@
-#include "picture_road.hpp"
+#include "video_pipeline.hpp"
 
 #include <algorithm>
 

@@ -8,7 +8,7 @@
 
 #include "audio_track.hpp"
 #include "overlay.hpp"
-#include "road.hpp"
+#include "pipeline.hpp"
 #include "video_chain.hpp"
 
 namespace kel_tool {

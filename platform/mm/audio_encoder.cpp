@@ -1,8 +1,8 @@
 #include <algorithm>
 #include <cstring>
 
-#include "mmf/stream_decoder.hpp"
-#include "mmf/stream_encoder.hpp"
+#include "mm/stream_decoder.hpp"
+#include "mm/stream_encoder.hpp"
 
 extern "C" {
 #include <libavcodec/avcodec.h>

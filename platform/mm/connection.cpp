@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "mmf/framework.hpp"
+#include "mm/framework.hpp"
 
 namespace {
 

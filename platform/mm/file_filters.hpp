@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "mmf/no_throw.hpp"
+#include "mm/no_throw.hpp"
 
 namespace platform::mmf {
 

@@ -6,8 +6,8 @@
 #include <new>
 
 #include "aoi/ffmpeg_log.hpp"
-#include "mmf/file_filters.hpp"
-#include "mmf/stream_encoder.hpp"
+#include "mm/file_filters.hpp"
+#include "mm/stream_encoder.hpp"
 
 namespace platform::mmf {
 namespace {

@@ -10,10 +10,10 @@
 #include <utility>
 
 #include "aoi/ffmpeg_log.hpp"
-#include "mmf/file_filters.hpp"
-#include "mmf/pcm_stream.hpp"
-#include "mmf/picture_stream.hpp"
-#include "mmf/source_formats.hpp"
+#include "mm/file_filters.hpp"
+#include "mm/frame_stream.hpp"
+#include "mm/pcm_stream.hpp"
+#include "mm/source_formats.hpp"
 
 namespace platform::mmf {
 namespace {

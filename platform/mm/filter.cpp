@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "mmf/framework.hpp"
+#include "mm/framework.hpp"
 
 namespace {
 

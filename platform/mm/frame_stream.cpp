@@ -1,4 +1,4 @@
-#include "mmf/picture_stream.hpp"
+#include "mm/frame_stream.hpp"
 
 #include <algorithm>
 

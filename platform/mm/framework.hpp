@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "mmf/no_throw.hpp"
+#include "mm/no_throw.hpp"
 
 struct mm_graph {
     std::vector<kel_filter*>

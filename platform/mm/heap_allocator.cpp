@@ -2,8 +2,8 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "mmf/framework.hpp"
-#include "mmf/source_formats.hpp"
+#include "mm/framework.hpp"
+#include "mm/source_formats.hpp"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <map>
 
-#include "mmf/framework.hpp"
+#include "mm/framework.hpp"
 
 namespace {
 

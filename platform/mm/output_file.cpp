@@ -1,10 +1,10 @@
-#include "mmf/output_file.hpp"
+#include "mm/output_file.hpp"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 
-#include "mmf/stream_decoder.hpp"
+#include "mm/stream_decoder.hpp"
 
 extern "C" {
 #include <libavcodec/avcodec.h>

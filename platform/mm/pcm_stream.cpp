@@ -1,4 +1,4 @@
-#include "mmf/pcm_stream.hpp"
+#include "mm/pcm_stream.hpp"
 
 #include <algorithm>
 #include <cstring>

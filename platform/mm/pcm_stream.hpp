@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "mmf/stream_decoder.hpp"
+#include "mm/stream_decoder.hpp"
 
 struct SwrContext;
 

@@ -5,8 +5,8 @@
 
 #include <cmath>
 
-#include "mmf/pcm_stream.hpp"
-#include "mmf/picture_stream.hpp"
+#include "mm/frame_stream.hpp"
+#include "mm/pcm_stream.hpp"
 
 namespace platform::mmf {
 

@@ -1,4 +1,4 @@
-#include "mmf/stream_decoder.hpp"
+#include "mm/stream_decoder.hpp"
 
 #include <cmath>
 #include <cstring>

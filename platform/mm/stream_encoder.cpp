@@ -1,6 +1,6 @@
-#include "mmf/stream_encoder.hpp"
+#include "mm/stream_encoder.hpp"
 
-#include "mmf/stream_decoder.hpp"
+#include "mm/stream_decoder.hpp"
 
 extern "C" {
 #include <libavcodec/avcodec.h>

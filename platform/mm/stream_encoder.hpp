@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "mmf/output_file.hpp"
-#include "mmf/pcm_stream.hpp"
+#include "mm/output_file.hpp"
+#include "mm/pcm_stream.hpp"
 
 struct AVAudioFifo;
 struct AVBufferPool;

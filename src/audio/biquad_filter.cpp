@@ -1,13 +1,13 @@
 // The second-order filters: ports, coefficients and the walk over a block in sections of one frequency each.
-#include <exactmath.h>
 #include <kel.h>
+#include "base/exact_trig.hpp"
 
 #include <algorithm>
 #include <cerrno>
 
 #include "audio/filter.hpp"
 #include "audio/filter_kernels.hpp"
-#include "core/guard.hpp"
+#include "base/guard.hpp"
 
 namespace kel {
 namespace {
@@ -40,7 +40,7 @@ struct angle {
 
 angle angle_of(const kel_audio_filter* filter, double f0, double q) {
     const double w0 = two_pi * f0 / filter->format.rate;
-    return {platform_cos(w0), platform_sin(w0) / (2 * q)};
+    return {exact_cos(w0), exact_sin(w0) / (2 * q)};
 }
 
 // The denominator is the same for all classes; each brings its numerator.

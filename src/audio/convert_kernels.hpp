@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "core/simd.hpp"
+#include "base/simd.hpp"
 
 namespace kel {
 

@@ -4,8 +4,8 @@
 #include <cstdlib>
 
 #include "audio/planner.hpp"
-#include "core/guard.hpp"
-#include "core/log.hpp"
+#include "base/guard.hpp"
+#include "base/log.hpp"
 
 struct kel_audio_converter {
     int32_t buffer_index;     // of the buffer that holds the last step's output

@@ -7,7 +7,7 @@
 #include <span>
 
 #include "audio/filter.hpp"
-#include "core/arith.hpp"
+#include "base/arith.hpp"
 
 namespace kel {
 namespace {

@@ -5,7 +5,7 @@
 
 #include "audio/filter.hpp"
 #include "audio/filter_kernels.hpp"
-#include "core/guard.hpp"
+#include "base/guard.hpp"
 
 namespace kel {
 namespace {

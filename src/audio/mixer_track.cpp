@@ -8,9 +8,9 @@
 
 #include "audio/mixer.hpp"
 #include "audio/mixer_kernels.hpp"
-#include "core/arith.hpp"
-#include "core/guard.hpp"
-#include "core/log.hpp"
+#include "base/arith.hpp"
+#include "base/guard.hpp"
+#include "base/log.hpp"
 
 namespace kel {
 namespace {

@@ -3,7 +3,7 @@
 
 #include <kel.h>
 
-#include "core/guard.hpp"
+#include "base/guard.hpp"
 
 namespace kel {
 

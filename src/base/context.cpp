@@ -5,8 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "core/guard.hpp"
-#include "core/log.hpp"
+#include "base/guard.hpp"
+#include "base/log.hpp"
 
 namespace {
 

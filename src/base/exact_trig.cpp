@@ -1,9 +1,10 @@
 // Sine and cosine from additions and multiplications alone, in one fixed order, never contracted.
-#include <exactmath.h>
+#include "base/exact_trig.hpp"
 
 #include <cstdint>
 #include <limits>
 
+namespace kel {
 namespace {
 
 // A number as the unevaluated sum of two.
@@ -83,14 +84,16 @@ bool in_domain(double x) {
 
 }  // namespace
 
-double platform_sin(double x) {
+double exact_sin(double x) {
     if (!in_domain(x)) return std::numeric_limits<double>::quiet_NaN();
     const Reduced reduced = reduce(x);
     return sine_of_quarter(reduced, reduced.quarter);
 }
 
-double platform_cos(double x) {
+double exact_cos(double x) {
     if (!in_domain(x)) return std::numeric_limits<double>::quiet_NaN();
     const Reduced reduced = reduce(x);
     return sine_of_quarter(reduced, reduced.quarter + 1);
 }
+
+}  // namespace kel

@@ -1,5 +1,5 @@
 // Which instructions the processor has and the operating system saves.
-#include "core/simd.hpp"
+#include "base/simd.hpp"
 
 #if defined(__x86_64__)
 #include <cpuid.h>

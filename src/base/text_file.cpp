@@ -1,4 +1,4 @@
-#include "core/text_file.hpp"
+#include "base/text_file.hpp"
 
 #include <cerrno>
 #include <climits>

@@ -3,7 +3,7 @@
 
 #include <cstddef>
 
-#include "core/guard.hpp"
+#include "base/guard.hpp"
 
 namespace kel {
 

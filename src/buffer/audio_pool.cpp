@@ -1,10 +1,10 @@
 // Audio pools: one zero-filled block cut into equal slots.
 #include <cstdint>
 
-#include "buffers/pool.hpp"
-#include "core/arith.hpp"
-#include "core/guard.hpp"
-#include "core/log.hpp"
+#include "base/arith.hpp"
+#include "base/guard.hpp"
+#include "base/log.hpp"
+#include "buffer/pool.hpp"
 
 namespace {
 

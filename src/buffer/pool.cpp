@@ -4,12 +4,12 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "buffers/pool.hpp"
-#include "core/arith.hpp"
-#include "core/deadline.hpp"
-#include "core/guard.hpp"
-#include "core/lock.hpp"
-#include "core/log.hpp"
+#include "base/arith.hpp"
+#include "base/deadline.hpp"
+#include "base/guard.hpp"
+#include "base/lock.hpp"
+#include "base/log.hpp"
+#include "buffer/pool.hpp"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Slices: plain views of buffers.
 #include <kel.h>
 
-#include "core/guard.hpp"
+#include "base/guard.hpp"
 
 void kel_init_buffer_slice(kel_slice* slice, kel_buffer* buffer) {
     if (!buffer) {

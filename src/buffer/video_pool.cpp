@@ -4,10 +4,10 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "buffers/pool.hpp"
-#include "core/arith.hpp"
-#include "core/guard.hpp"
-#include "core/log.hpp"
+#include "base/arith.hpp"
+#include "base/guard.hpp"
+#include "base/log.hpp"
+#include "buffer/pool.hpp"
 
 namespace {
 

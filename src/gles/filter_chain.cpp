@@ -1,11 +1,11 @@
 // Making, filling, finalising and destroying chains.
-#include "video/filter_chain.hpp"
+#include "gles/filter_chain.hpp"
 
 #include <cerrno>
 #include <cstdlib>
 
-#include "core/guard.hpp"
-#include "video/filter_text.hpp"
+#include "base/guard.hpp"
+#include "gles/filter_text.hpp"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // Filters from texts and files.
-#include "core/text_file.hpp"
-#include "video/filter_text.hpp"
+#include "base/text_file.hpp"
+#include "gles/filter_text.hpp"
 
 kel_video_filter* kel_load_video_filter_shader(const char* text) {
     kel_video_filter* filter = text ? kel::parse_video_filter(text) : nullptr;

@@ -2,8 +2,8 @@
 // never change, so only the head needs a lock.
 #include <cstring>
 
-#include "core/lock.hpp"
-#include "video/filter_text.hpp"
+#include "base/lock.hpp"
+#include "gles/filter_text.hpp"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // Reads a filter's text. Nothing here fails loudly: what is malformed is dropped, and only a directive that
 // nobody knows is reported, on standard error.
-#include "video/filter_text.hpp"
+#include "gles/filter_text.hpp"
 
 #include <algorithm>
 #include <cfloat>
@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "core/guard.hpp"
+#include "base/guard.hpp"
 
 namespace {
 

@@ -2,8 +2,8 @@
 #include <cerrno>
 #include <climits>
 
-#include "video/filter_chain.hpp"
-#include "video/filter_text.hpp"
+#include "gles/filter_chain.hpp"
+#include "gles/filter_text.hpp"
 
 namespace {
 

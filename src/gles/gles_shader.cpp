@@ -3,7 +3,7 @@
 
 #include <cerrno>
 
-#include "core/text_file.hpp"
+#include "base/text_file.hpp"
 
 GLuint kel_gles_create_shader(kel_context*, GLenum type, const char* source, GLint* status) {
     const GLuint shader = source ? glCreateShader(type) : 0;

@@ -1,10 +1,10 @@
 // The GLES state of a context: one display, one configuration, one GLES 2 context.
-#include "video/gles_state.hpp"
+#include "gles/gles_state.hpp"
 
 #include <cerrno>
 #include <cstdlib>
 
-#include "core/guard.hpp"
+#include "base/guard.hpp"
 
 namespace {
 

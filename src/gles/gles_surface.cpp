@@ -1,6 +1,6 @@
 // Surfaces that draw into the memory of pools and buffers.
-#include "core/lock.hpp"
-#include "video/image_extensions.hpp"
+#include "base/lock.hpp"
+#include "gles/image_extensions.hpp"
 
 namespace {
 

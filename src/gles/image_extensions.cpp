@@ -1,9 +1,9 @@
-#include "video/image_extensions.hpp"
+#include "gles/image_extensions.hpp"
 
 #include <cerrno>
 #include <cstring>
 
-#include "core/lock.hpp"
+#include "base/lock.hpp"
 
 namespace {
 

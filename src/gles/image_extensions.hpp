@@ -1,7 +1,7 @@
 // The entry points that make textures out of Screen's pixmaps; GL and EGL offer them as extensions.
 #pragma once
 
-#include "video/gles_state.hpp"
+#include "gles/gles_state.hpp"
 
 #include <GLES2/gl2ext.h>
 

@@ -3,8 +3,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "video/filter_chain.hpp"
-#include "video/filter_text.hpp"
+#include "gles/filter_chain.hpp"
+#include "gles/filter_text.hpp"
 
 namespace {
 

@@ -3,8 +3,8 @@
 #include <cerrno>
 #include <cstdlib>
 
-#include "core/guard.hpp"
-#include "video/image_extensions.hpp"
+#include "base/guard.hpp"
+#include "gles/image_extensions.hpp"
 
 namespace {
 

@@ -7,10 +7,10 @@
 #include <cerrno>
 #include <cstdlib>
 
-#include "core/guard.hpp"
-#include "core/log.hpp"
-#include "mmedia/filters.hpp"
-#include "mmedia/pixel_formats.hpp"
+#include "base/guard.hpp"
+#include "base/log.hpp"
+#include "graph/filters.hpp"
+#include "graph/pixel_formats.hpp"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <span>
 
-#include "core/guard.hpp"
+#include "base/guard.hpp"
 
 // The first words of both states; the allocator reads them through the channel's filter.
 struct kel_filter_head {

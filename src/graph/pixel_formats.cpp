@@ -1,9 +1,9 @@
 // Two translation tables: FOURCC to the framework's colour code, and colour code to Screen's pixel format.
-#include "mmedia/pixel_formats.hpp"
+#include "graph/pixel_formats.hpp"
 
 #include <kel.h>
 
-#include "core/log.hpp"
+#include "base/log.hpp"
 
 namespace {
 

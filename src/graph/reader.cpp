@@ -1,14 +1,14 @@
 // The reader: a source filter whose channels carry what the client has queued.
-#include "mmedia/reader.hpp"
+#include "graph/reader.hpp"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
-#include "core/guard.hpp"
-#include "core/lock.hpp"
-#include "core/log.hpp"
+#include "base/guard.hpp"
+#include "base/lock.hpp"
+#include "base/log.hpp"
 
 namespace {
 

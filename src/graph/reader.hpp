@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-#include "mmedia/filters.hpp"
+#include "graph/filters.hpp"
 
 struct kel_reader_state {
     kel_filter_head head;

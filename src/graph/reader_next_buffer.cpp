@@ -3,11 +3,11 @@
 #include <cinttypes>
 #include <cstring>
 
-#include "core/guard.hpp"
-#include "core/lock.hpp"
-#include "core/log.hpp"
-#include "mmedia/pixel_formats.hpp"
-#include "mmedia/reader.hpp"
+#include "base/guard.hpp"
+#include "base/lock.hpp"
+#include "base/log.hpp"
+#include "graph/pixel_formats.hpp"
+#include "graph/reader.hpp"
 
 namespace {
 

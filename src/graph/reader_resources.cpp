@@ -3,7 +3,7 @@
 #include <cstring>
 #include <limits>
 
-#include "mmedia/reader.hpp"
+#include "graph/reader.hpp"
 
 namespace {
 

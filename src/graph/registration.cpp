@@ -2,7 +2,7 @@
 #include <aoi/aoi.h>
 #include <kel.h>
 
-#include "mmedia/filters.hpp"
+#include "graph/filters.hpp"
 
 const AOInterface_t kel_reader_interfaces[] = {
     {"Name", 1, "kel_reader"},

@@ -1,7 +1,7 @@
 // Resource tables: what both filters do with them alike.
 #include <cstring>
 
-#include "mmedia/filters.hpp"
+#include "graph/filters.hpp"
 
 namespace kel {
 

@@ -1,5 +1,5 @@
 // The writer: a sink filter from which the client pulls a graph's decoded audio and video.
-#include "mmedia/writer.hpp"
+#include "graph/writer.hpp"
 
 #include <atomic.h>
 #include <sys/neutrino.h>
@@ -9,9 +9,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "core/guard.hpp"
-#include "core/lock.hpp"
-#include "core/log.hpp"
+#include "base/guard.hpp"
+#include "base/lock.hpp"
+#include "base/log.hpp"
 
 namespace {
 

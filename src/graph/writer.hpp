@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-#include "mmedia/filters.hpp"
+#include "graph/filters.hpp"
 
 struct kel_writer_state {
     kel_filter_head head;

@@ -4,10 +4,10 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "core/guard.hpp"
-#include "core/log.hpp"
-#include "mmedia/pixel_formats.hpp"
-#include "mmedia/writer.hpp"
+#include "base/guard.hpp"
+#include "base/log.hpp"
+#include "graph/pixel_formats.hpp"
+#include "graph/writer.hpp"
 
 namespace {
 

@@ -1,9 +1,9 @@
 // Pulling slices from a writer: each container of the upstream filter is taken apart, element by element.
 #include <cerrno>
 
-#include "core/lock.hpp"
-#include "core/log.hpp"
-#include "mmedia/writer.hpp"
+#include "base/lock.hpp"
+#include "base/log.hpp"
+#include "graph/writer.hpp"
 
 namespace {
 

@@ -3,9 +3,9 @@
 #include <cerrno>
 #include <cstring>
 
-#include "core/lock.hpp"
-#include "core/log.hpp"
-#include "mmedia/writer.hpp"
+#include "base/lock.hpp"
+#include "base/log.hpp"
+#include "graph/writer.hpp"
 
 namespace {
 

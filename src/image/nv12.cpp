@@ -1,7 +1,7 @@
 // A frame of BGRA pixels into an NV12 frame.
 #include <kel.h>
 
-#include "video/nv12_kernels.hpp"
+#include "image/nv12_kernels.hpp"
 
 void bgra8888_to_nv12(const kel_buffer* src, kel_buffer* dst) {
     const kel_video_format& format = kel_get_buffer_format(dst)->video;

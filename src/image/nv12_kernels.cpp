@@ -4,7 +4,7 @@
 //   V = (3598 R - 3013 G -  585 B + 1052672) >> 13
 // The chroma of a block is the sum of its four pixels' values >> 2. With 8-bit inputs Y stays within 16 to 235, U and
 // V within 16 to 240, so the limits of the range need no code.
-#include "video/nv12_kernels.hpp"
+#include "image/nv12_kernels.hpp"
 
 #include <cstring>
 

@@ -4,10 +4,10 @@
 #include <cstddef>
 #include <cstdlib>
 
-#include "core/deadline.hpp"
-#include "core/guard.hpp"
-#include "core/lock.hpp"
-#include "core/log.hpp"
+#include "base/deadline.hpp"
+#include "base/guard.hpp"
+#include "base/lock.hpp"
+#include "base/log.hpp"
 
 struct kel_queue_node {
     kel_queue_node* next;  // null for the last

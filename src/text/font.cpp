@@ -6,9 +6,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "core/guard.hpp"
-#include "core/log.hpp"
-#include "video/text.hpp"
+#include "base/guard.hpp"
+#include "base/log.hpp"
+#include "text/text.hpp"
 
 namespace {
 

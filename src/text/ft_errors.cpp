@@ -1,7 +1,7 @@
 // FreeType's own error list as a table: its error header is included once more, with macros that make rows.
 #include <cstring>
 
-#include "video/text.hpp"
+#include "text/text.hpp"
 
 #undef FTERRORS_H_
 #define FT_ERROR_START_LIST const kel_ft_error ft_errors[] = {

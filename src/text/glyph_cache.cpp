@@ -1,11 +1,11 @@
 // The bounded memory of a font.
-#include "video/glyph_cache.hpp"
+#include "text/glyph_cache.hpp"
 
 #include <algorithm>
 #include <cstring>
 
-#include "core/arith.hpp"
-#include "video/bitmap_runs.hpp"
+#include "base/arith.hpp"
+#include "text/bitmap_runs.hpp"
 
 namespace kel {
 namespace {

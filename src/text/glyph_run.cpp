@@ -4,10 +4,10 @@
 #include <cstring>
 #include <limits>
 
-#include "core/arith.hpp"
-#include "core/guard.hpp"
-#include "core/log.hpp"
-#include "video/text.hpp"
+#include "base/arith.hpp"
+#include "base/guard.hpp"
+#include "base/log.hpp"
+#include "text/text.hpp"
 
 #include FT_OUTLINE_H
 

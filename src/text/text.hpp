@@ -7,8 +7,8 @@
 #include FT_FREETYPE_H
 #include FT_GLYPH_H
 
-#include "core/lock.hpp"
-#include "video/glyph_cache.hpp"
+#include "base/lock.hpp"
+#include "text/glyph_cache.hpp"
 
 struct kel_font;
 

@@ -5,9 +5,9 @@
 #include <span>
 #include <utility>
 
-#include "core/log.hpp"
-#include "video/text.hpp"
-#include "video/text_paint.hpp"
+#include "base/log.hpp"
+#include "text/text.hpp"
+#include "text/text_paint.hpp"
 
 namespace {
 

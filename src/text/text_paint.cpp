@@ -1,10 +1,10 @@
 // The loops that write pixels.
-#include "video/text_paint.hpp"
+#include "text/text_paint.hpp"
 
 #include <algorithm>
 #include <cstring>
 
-#include "video/bitmap_runs.hpp"
+#include "text/bitmap_runs.hpp"
 
 namespace kel {
 namespace {

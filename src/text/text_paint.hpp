@@ -3,7 +3,7 @@
 
 #include <kel.h>
 
-#include "video/glyph_cache.hpp"
+#include "text/glyph_cache.hpp"
 
 namespace kel {
 

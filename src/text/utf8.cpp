@@ -1,5 +1,5 @@
 // UTF-8, decoded one code point at a time.
-#include "video/text.hpp"
+#include "text/text.hpp"
 
 int kel_utf8_next(const unsigned char* text, size_t* pos, size_t length, uint32_t* code_point) {
     if (*pos >= length) return 0;

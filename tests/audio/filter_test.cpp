@@ -1,6 +1,6 @@
 // Audio filters: registry, ports, ramps, and every kernel held against the plain formulas.
-#include <exactmath.h>
 #include <kel.h>
+#include "base/exact_trig.hpp"
 
 #include <gtest/gtest.h>
 
@@ -65,7 +65,7 @@ struct SlowBiquad {
 
     void set(const std::string& name, double f0, double rate) {
         const double w0 = 6.283185307179586 * f0 / rate;
-        const double c = platform_cos(w0), alpha = platform_sin(w0) / (2 * 0.707), a0 = 1 + alpha;
+        const double c = kel::exact_cos(w0), alpha = kel::exact_sin(w0) / (2 * 0.707), a0 = 1 + alpha;
         const bool high = name == "highpass", low = name == "lowpass", band = name == "bandpass";
         b0 = (high ? (1 + c) / 2 : low ? (1 - c) / 2 : band ? alpha : 1) / a0;
         b1 = (high ? -(1 + c) : low ? 1 - c : band ? 0 : -2 * c) / a0;

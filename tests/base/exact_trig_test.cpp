@@ -1,5 +1,5 @@
 // Sine and cosine: how near to the truth, and the same bits on every machine.
-#include <exactmath.h>
+#include "base/exact_trig.hpp"
 
 #include <gtest/gtest.h>
 
@@ -38,8 +38,8 @@ TEST(ExactMath, ErrorIsWithinTheDocumentedBound) {
         worst = std::max(worst, std::fabs(got - truth) / unit);
     };
     for_arguments(200000, [&](double x) {
-        compare(platform_sin(x), std::sin(static_cast<long double>(x)));
-        compare(platform_cos(x), std::cos(static_cast<long double>(x)));
+        compare(kel::exact_sin(x), std::sin(static_cast<long double>(x)));
+        compare(kel::exact_cos(x), std::cos(static_cast<long double>(x)));
     });
     EXPECT_LT(worst, 0.8L);
     EXPECT_GT(worst, 0.4L);  // below it the comparison itself would be at fault
@@ -50,7 +50,7 @@ TEST(ExactMath, ErrorIsWithinTheDocumentedBound) {
 TEST(ExactMath, BitsAreTheSameOnEveryMachine) {
     uint64_t hash = 0xcbf29ce484222325;
     for_arguments(20000, [&](double x) {
-        for (double value : {platform_sin(x), platform_cos(x)}) {
+        for (double value : {kel::exact_sin(x), kel::exact_cos(x)}) {
             hash = (hash ^ std::bit_cast<uint64_t>(value)) * 0x100000001b3;
         }
     });
@@ -58,12 +58,12 @@ TEST(ExactMath, BitsAreTheSameOnEveryMachine) {
 }
 
 TEST(ExactMath, EndsOfTheDomain) {
-    EXPECT_EQ(platform_sin(0.0), 0.0);
-    EXPECT_EQ(platform_cos(0.0), 1.0);
-    EXPECT_EQ(platform_sin(0x1p26), -platform_sin(-0x1p26));
+    EXPECT_EQ(kel::exact_sin(0.0), 0.0);
+    EXPECT_EQ(kel::exact_cos(0.0), 1.0);
+    EXPECT_EQ(kel::exact_sin(0x1p26), -kel::exact_sin(-0x1p26));
     for (double x : {std::nextafter(0x1p26, 1e9), -1e300, HUGE_VAL, -HUGE_VAL, std::nan("")}) {
-        EXPECT_TRUE(std::isnan(platform_sin(x))) << x;
-        EXPECT_TRUE(std::isnan(platform_cos(x))) << x;
+        EXPECT_TRUE(std::isnan(kel::exact_sin(x))) << x;
+        EXPECT_TRUE(std::isnan(kel::exact_cos(x))) << x;
     }
 }
 

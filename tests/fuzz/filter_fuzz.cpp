@@ -2,8 +2,8 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "video/filter_text.hpp"
-#include "video/plain_filter_text.hpp"
+#include "gles/filter_text.hpp"
+#include "gles/plain_filter_text.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string bytes(reinterpret_cast<const char*>(data), size);

@@ -8,9 +8,9 @@
 #include <random>
 #include <sstream>
 
+#include "gles/plain_filter_text.hpp"
 #include "support/faults.hpp"
 #include "support/threads.hpp"
-#include "video/plain_filter_text.hpp"
 
 namespace {
 

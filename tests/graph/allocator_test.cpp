@@ -1,5 +1,5 @@
 // The allocator: pixel formats, sizes and counts of pools, reference counts, and what is left after failures.
-#include "mmedia/media_fixture.hpp"
+#include "graph/media_fixture.hpp"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Registration, resources, and every callback that needs no media: results, formats and statuses.
 #include <functional>
 
-#include "mmedia/media_fixture.hpp"
+#include "graph/media_fixture.hpp"
 
 namespace {
 

@@ -5,9 +5,9 @@
 #include <set>
 #include <thread>
 
-#include "mmedia/media_files.hpp"
-#include "mmedia/media_fixture.hpp"
+#include "graph/media_fixture.hpp"
 #include "support/gles.hpp"
+#include "support/media_files.hpp"
 
 namespace {
 

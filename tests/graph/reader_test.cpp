@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <thread>
 
-#include "mmedia/media_fixture.hpp"
+#include "graph/media_fixture.hpp"
 #include "support/threads.hpp"
 
 namespace {

@@ -1,5 +1,5 @@
 // The writer at the end of a graph whose source is the reader: what it hands out, its pts and its statuses.
-#include "mmedia/media_fixture.hpp"
+#include "graph/media_fixture.hpp"
 
 namespace {
 

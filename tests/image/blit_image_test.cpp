@@ -6,7 +6,7 @@
 #include <cstring>
 #include <fstream>
 
-#include "platform/picture_files.hpp"
+#include "platform/img/image_files.hpp"
 #include "support/faults.hpp"
 #include "support/threads.hpp"
 

@@ -6,9 +6,9 @@
 #include <random>
 #include <vector>
 
+#include "image/nv12_kernels.hpp"
 #include "support/simd_variants.hpp"
 #include "support/threads.hpp"
-#include "video/nv12_kernels.hpp"
 
 namespace {
 

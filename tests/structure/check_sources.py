@@ -3,14 +3,14 @@
 
 usage: check_sources.py PROJECT_FOLDER
 
-The rooms of libkel see the public header, the ground floor, their own folder, the platform's headers and a part of
+The modules of libkel see the public header, src/base, their own folder, the platform's headers and a part of
 the standard library; the platform layer never sees libkel. Prints one line per fault; exits 1 when there is any.
 """
 import re
 import sys
 from pathlib import Path
 
-ROOMS = ("core", "buffers", "queue", "audio", "video", "mmedia")
+MODULES = ("base", "buffer", "queue", "audio", "gles", "text", "image", "graph")
 MAX_LINES = 450
 LONG_BY_NATURE = {"include/kel.h"}  # the whole interface in one header
 
@@ -29,20 +29,20 @@ INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]*(?:<([^>]+)>|"([^"]+)"|(\w+))'
 
 def quoted_target(root, path, name):
     """The file that a quoted include names, relative to the project, or None."""
-    for base in (path.parent, root):
+    for base in (root / "src",):
         target = (base / name).resolve()
         if target.is_file() and target.is_relative_to(root):
             return target.relative_to(root)
     return None
 
 
-def allowed_in_room(root, path, room, system, quoted, macro):
+def allowed_in_module(root, path, module, system, quoted, macro):
     if quoted:
         target = quoted_target(root, path, quoted)
-        return target is not None and target.suffix == ".hpp" and target.parts[0] in ("core", room)
+        return target is not None and target.suffix == ".hpp" and target.parts[0] == "src" and target.parts[1] in ("base", module)
     name = system or macro
     if FREETYPE_HEADERS.fullmatch(name):
-        return room == "video"
+        return module == "text"
     return (name == "kel.h" or name in C_HEADERS | CXX_HEADERS | PROCESSOR_HEADERS
             or KHRONOS_HEADERS.fullmatch(name) is not None
             or (root / "platform/include" / name).is_file())
@@ -61,17 +61,18 @@ def allowed_in_platform(root, path, system, quoted):
 def faults_of(root, path):
     relative = path.relative_to(root)
     folder = relative.parts[0]
+    module = relative.parts[1] if folder == "src" else None
     text = path.read_text(encoding="utf-8")
     lines = text.count("\n")
     if lines > MAX_LINES and str(relative) not in LONG_BY_NATURE:
         yield f"{relative}: {lines} lines, more than {MAX_LINES}"
-    if folder in ROOMS and path.suffix not in (".cpp", ".hpp"):
-        yield f"{relative}: a room holds .cpp and .hpp files only"
+    if module and path.suffix not in (".cpp", ".hpp"):
+        yield f"{relative}: a module holds .cpp and .hpp files only"
     for match in INCLUDE.finditer(text):
         system, quoted, macro = match.groups()
         line = text.count("\n", 0, match.start()) + 1
-        if folder in ROOMS:
-            allowed = allowed_in_room(root, path, folder, system, quoted, macro)
+        if module:
+            allowed = allowed_in_module(root, path, module, system, quoted, macro)
         elif folder == "platform":
             allowed = allowed_in_platform(root, path, system, quoted)
         else:
@@ -85,7 +86,7 @@ def main():
     files = [path for path in sorted(root.rglob("*"))
              if path.suffix in (".c", ".h", ".cpp", ".hpp", ".py") and path.is_file()
              and not {"build", ".git"} & set(path.relative_to(root).parts)]
-    if not any(path.relative_to(root).parts[0] in ROOMS for path in files):
+    if not any(path.relative_to(root).parts[0] == "src" for path in files):
         sys.exit(f"no sources in {root}")
     faults = [fault for path in files for fault in faults_of(root, path)]
     print("\n".join(faults) or f"{len(files)} files keep the rules")

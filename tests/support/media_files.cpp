@@ -1,4 +1,4 @@
-#include "mmedia/media_files.hpp"
+#include "support/media_files.hpp"
 
 #include <unistd.h>
 
@@ -9,7 +9,7 @@
 #include <fstream>
 #include <thread>
 
-#include "mmedia/media_fixture.hpp"
+#include "graph/media_fixture.hpp"
 
 extern "C" {
 #include <libavcodec/avcodec.h>

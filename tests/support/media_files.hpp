@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "mmedia/media_fixture.hpp"
+#include "graph/media_fixture.hpp"
 #include "support/threads.hpp"
 
 namespace kel_test {

@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "core/simd.hpp"
+#include "base/simd.hpp"
 
 #if defined(__x86_64__)
 #define KEL_TEST_SIMD_VARIANTS(name)                       \

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "video/text_fixture.hpp"
+#include "text/text_fixture.hpp"
 
 class PlainText {
   public:

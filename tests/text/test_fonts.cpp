@@ -1,4 +1,4 @@
-#include "video/test_fonts.hpp"
+#include "text/test_fonts.hpp"
 
 #include <sys/mman.h>
 #include <unistd.h>

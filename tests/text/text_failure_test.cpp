@@ -5,7 +5,7 @@
 #include <cerrno>
 
 #include "support/faults.hpp"
-#include "video/plain_text.hpp"
+#include "text/plain_text.hpp"
 
 namespace {
 

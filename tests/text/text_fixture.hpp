@@ -9,7 +9,7 @@
 #include <ostream>
 
 #include "golden/golden.hpp"
-#include "video/test_fonts.hpp"
+#include "text/test_fonts.hpp"
 
 inline constexpr int32_t width = 320;
 inline constexpr int32_t height = 160;

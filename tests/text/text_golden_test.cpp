@@ -1,5 +1,5 @@
 // Text as pictures: sizes, alignments, boxes and edges of the frame. Marks and box outlines are drawn over the text.
-#include "video/text_fixture.hpp"
+#include "text/text_fixture.hpp"
 
 namespace {
 

@@ -5,7 +5,7 @@
 
 #include "support/faults.hpp"
 #include "support/threads.hpp"
-#include "video/plain_text.hpp"
+#include "text/plain_text.hpp"
 
 namespace {
 

@@ -7,9 +7,9 @@
 #include <map>
 #include <vector>
 
-#include "failure.hpp"
-#include "filter_spec.hpp"
-#include "shelf.hpp"
+#include "media/failure.hpp"
+#include "media/filter_library.hpp"
+#include "media/filter_spec.hpp"
 
 namespace kel_tool {
 namespace {

@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "picture.hpp"
-#include "session.hpp"
+#include "media/image.hpp"
+#include "media/session.hpp"
 
 namespace kel_tool {
 

@@ -3,10 +3,10 @@
 #include <cstdio>
 #include <filesystem>
 
-#include "failure.hpp"
 #include "filter_lint.hpp"
-#include "session.hpp"
-#include "shelf.hpp"
+#include "media/failure.hpp"
+#include "media/filter_library.hpp"
+#include "media/session.hpp"
 
 namespace kel_tool {
 namespace {

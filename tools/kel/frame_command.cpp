@@ -4,14 +4,14 @@
 #include <cstdio>
 #include <optional>
 
-#include "failure.hpp"
-#include "font_file.hpp"
-#include "media_input.hpp"
+#include "media/failure.hpp"
+#include "media/font_file.hpp"
+#include "media/image.hpp"
+#include "media/image_filters.hpp"
+#include "media/input.hpp"
+#include "media/png_file.hpp"
+#include "media/text_block.hpp"
 #include "option_values.hpp"
-#include "picture.hpp"
-#include "picture_filters.hpp"
-#include "png_file.hpp"
-#include "text_block.hpp"
 
 namespace kel_tool {
 namespace {

@@ -5,12 +5,12 @@
 #include <cstring>
 #include <memory>
 
-#include "failure.hpp"
-#include "media_output.hpp"
+#include "media/failure.hpp"
+#include "media/image.hpp"
+#include "media/image_filters.hpp"
+#include "media/output.hpp"
+#include "media/png_file.hpp"
 #include "option_values.hpp"
-#include "picture.hpp"
-#include "picture_filters.hpp"
-#include "png_file.hpp"
 
 namespace kel_tool {
 namespace {

@@ -3,7 +3,7 @@
 #include <cinttypes>
 #include <cstdio>
 
-#include "media_input.hpp"
+#include "media/input.hpp"
 
 namespace kel_tool {
 namespace {

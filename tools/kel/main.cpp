@@ -4,8 +4,8 @@
 #include <exception>
 
 #include "command_line.hpp"
-#include "failure.hpp"
 #include "log.hpp"
+#include "media/failure.hpp"
 
 namespace {
 

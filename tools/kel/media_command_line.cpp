@@ -2,8 +2,8 @@
 #include <memory>
 
 #include "command_line.hpp"
-#include "font_file.hpp"
 #include "info_command.hpp"
+#include "media/font_file.hpp"
 #include "option_values.hpp"
 #include "run_command.hpp"
 #include "slides_command.hpp"

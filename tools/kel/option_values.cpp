@@ -4,8 +4,8 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "failure.hpp"
-#include "filter_spec.hpp"
+#include "media/failure.hpp"
+#include "media/filter_spec.hpp"
 
 namespace kel_tool {
 namespace {

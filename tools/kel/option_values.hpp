@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string>
 
-#include "media_output.hpp"
+#include "media/output.hpp"
 
 namespace kel_tool {
 

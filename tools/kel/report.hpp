@@ -1,7 +1,7 @@
 // --stats: what a road did, in words and numbers.
 #pragma once
 
-#include "road.hpp"
+#include "media/pipeline.hpp"
 
 namespace kel_tool {
 

@@ -4,11 +4,11 @@
 #include <cmath>
 #include <memory>
 
-#include "audio_road.hpp"
-#include "failure.hpp"
 #include "interrupt.hpp"
+#include "media/audio_pipeline.hpp"
+#include "media/failure.hpp"
+#include "media/video_pipeline.hpp"
 #include "option_values.hpp"
-#include "picture_road.hpp"
 #include "progress.hpp"
 #include "report.hpp"
 

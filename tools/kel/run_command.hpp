@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "overlay.hpp"
+#include "media/overlay.hpp"
 
 namespace kel_tool {
 

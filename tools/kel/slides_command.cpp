@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <optional>
 
-#include "failure.hpp"
-#include "handles.hpp"
 #include "interrupt.hpp"
-#include "media_output.hpp"
+#include "media/failure.hpp"
+#include "media/handles.hpp"
+#include "media/output.hpp"
 #include "option_values.hpp"
 #include "progress.hpp"
 

@@ -2,12 +2,12 @@
 
 #include <optional>
 
-#include "failure.hpp"
-#include "media_output.hpp"
+#include "media/failure.hpp"
+#include "media/image.hpp"
+#include "media/output.hpp"
+#include "media/png_file.hpp"
+#include "media/text_block.hpp"
 #include "option_values.hpp"
-#include "picture.hpp"
-#include "png_file.hpp"
-#include "text_block.hpp"
 
 namespace kel_tool {
 namespace {

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "font_file.hpp"
+#include "media/font_file.hpp"
 
 namespace kel_tool {
 

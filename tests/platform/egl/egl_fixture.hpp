@@ -1,7 +1,7 @@
 // A GLES 2 context over Screen, pixmaps to draw from and into, and the count of what is left.
 #pragma once
 
-#include "screen_fixture.hpp"
+#include "platform/screen/screen_fixture.hpp"
 #include "support/gles.hpp"
 
 #include <GLES2/gl2ext.h>

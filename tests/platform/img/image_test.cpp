@@ -9,7 +9,7 @@
 #include <fstream>
 #include <new>
 
-#include "platform/picture_files.hpp"
+#include "platform/img/image_files.hpp"
 #include "support/import_hooks.hpp"
 #include "support/threads.hpp"
 

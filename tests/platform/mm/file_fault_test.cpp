@@ -4,8 +4,8 @@
 #include <filesystem>
 #include <new>
 
-#include "mmedia/media_files.hpp"
-#include "mmedia/media_fixture.hpp"
+#include "graph/media_fixture.hpp"
+#include "support/media_files.hpp"
 #include "support/threads.hpp"
 
 extern "C" {

@@ -7,8 +7,8 @@
 #include <random>
 #include <thread>
 
-#include "mmedia/media_files.hpp"
-#include "mmedia/media_fixture.hpp"
+#include "graph/media_fixture.hpp"
+#include "support/media_files.hpp"
 #include "support/threads.hpp"
 
 namespace {

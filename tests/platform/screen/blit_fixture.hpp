@@ -5,7 +5,7 @@
 #include <random>
 #include <vector>
 
-#include "platform/screen_fixture.hpp"
+#include "platform/screen/screen_fixture.hpp"
 #include "support/threads.hpp"
 
 struct Rect {

@@ -1,7 +1,7 @@
 // What blits refuse, what their queue holds, and several threads.
 #include <cstdlib>
 
-#include "platform/blit_fixture.hpp"
+#include "platform/screen/blit_fixture.hpp"
 #include "support/import_hooks.hpp"
 
 namespace {

@@ -3,7 +3,7 @@
 #include <array>
 #include <cmath>
 
-#include "platform/blit_fixture.hpp"
+#include "platform/screen/blit_fixture.hpp"
 
 namespace {
 

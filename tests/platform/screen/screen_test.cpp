@@ -4,7 +4,7 @@
 #include <climits>
 #include <set>
 
-#include "platform/screen_fixture.hpp"
+#include "platform/screen/screen_fixture.hpp"
 #include "support/threads.hpp"
 
 namespace {
