@@ -1,4 +1,4 @@
-// A 1280 by 720 frame through chains of the shelf's filters, from a buffer into a buffer, beside the same picture drawn by a
+// A 1280 by 720 frame through chains of library filters, from buffer to buffer, beside the same image drawn by a
 // shader written by hand between the driver's own texture and surface.
 #include <string>
 
@@ -11,7 +11,7 @@ using namespace kel_bench;
 struct Row {
     const char* title;
     std::vector<const char*> filters;
-    const char* by_hand;  // the statements, for the colour `c` at `t`; `n` is 1
+    const char* by_hand;  // the statements, for the color `c` at `t`; `n` is 1
 };
 
 #define ADJUST                                \

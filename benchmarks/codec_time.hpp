@@ -1,5 +1,5 @@
-// What the calling thread spends inside FFmpeg's decoders, encoders and containers: the program stands in front of their
-// functions and looks at the thread's processor time.
+// Processor time that threads spend inside FFmpeg's decoders, encoders, demuxers and muxers: the program defines these
+// functions itself, measures the thread's processor time around each call and passes the call on.
 #pragma once
 
 namespace kel_bench {

@@ -45,16 +45,16 @@ PeerType peer_type(uint32_t type) {
 // One stream that is converted in blocks of `frames`.
 struct Stream {
     kel_audio_format from, to;
-    int frames, room;  // frames of input, and more of output than they can become
+    int frames, capacity;  // input frames, and output frames: more than they can become
     std::vector<uint8_t> in, out;
 
     Stream(const kel_audio_format& source, const kel_audio_format& target, int block)
         : from(source),
           to(target),
           frames(block),
-          room(block * std::max(1, (target.rate + source.rate - 1) / source.rate) + 64),
+          capacity(block * std::max(1, (target.rate + source.rate - 1) / source.rate) + 64),
           in(static_cast<size_t>(block * kel_get_audio_sample_size(&source))),
-          out(static_cast<size_t>(room * kel_get_audio_sample_size(&target))) {
+          out(static_cast<size_t>(capacity * kel_get_audio_sample_size(&target))) {
         std::mt19937 random(1);
         for (uint8_t& byte : in) byte = static_cast<uint8_t>(random());
     }
@@ -98,7 +98,7 @@ void add_swr(Comparison& comparison, Stream& s, bool linear) {
         for (; count > 0; --count) {
             const uint8_t* source = s.in.data();
             uint8_t* target = s.out.data();
-            if (swr_convert(swr, &target, s.room, &source, s.frames) < 0) std::abort();
+            if (swr_convert(swr, &target, s.capacity, &source, s.frames) < 0) std::abort();
         }
     });
 }

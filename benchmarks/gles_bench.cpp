@@ -7,7 +7,7 @@ namespace {
 
 using namespace kel_bench;
 
-constexpr const char* colour_shader = R"(
+constexpr const char* color_shader = R"(
 precision mediump float;
 varying vec2 t;
 uniform sampler2D s;
@@ -25,7 +25,7 @@ int main(int argc, char** argv) {
     Scene scene;
     std::printf("%s\n\n", reinterpret_cast<const char*>(glGetString(GL_RENDERER)));
     const std::pair<const char*, const char*> shaders[] = {
-        {"Textured quad", copying_shader}, {"Shader for contrast and saturation", colour_shader}};
+        {"Textured quad", copying_shader}, {"Shader for contrast and saturation", color_shader}};
     for (const auto& [title, text] : shaders) {
         const GLuint program = scene.link(text);
         Comparison frames(std::string(title) + ", 1280 by 720", {"ms a frame", 1e3}, 2);

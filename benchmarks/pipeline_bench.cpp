@@ -1,5 +1,5 @@
-// A file of 1280 by 720 with sound through the whole road into another file, beside the program ffmpeg doing the same with
-// the same codecs and threads: source, writer, slices, mixer track, queues, reader, sink.
+// The whole pipeline from a 1280 by 720 file with audio into another file (source, writer, slices, mixer track, queues,
+// reader, sink), beside the program ffmpeg with the same codecs and thread counts.
 #include <kel.h>
 #include <mm/mmf.h>
 
@@ -43,7 +43,7 @@ const Row rows[] = {
     {"H.264, preset veryfast, two threads a codec", "libx264", 60, "-crf", "21", "veryfast", 2},
 };
 
-// What one file took.
+// The cost of one run.
 struct Cost {
     double wall = 0;
     double processor = 0;
@@ -93,10 +93,10 @@ void drop_slice(void* data) {
     std::free(slice);
 }
 
-// One trip of a file over the road.
-class Trip {
+// One run of the pipeline.
+class Pipeline {
   public:
-    explicit Trip(kel_context* context) : context_(context) {}
+    explicit Pipeline(kel_context* context) : context_(context) {}
 
     Cost run(const Row& row, const std::string& input, const std::string& output) {
         mm_graph* from = MmCreateGraph();
@@ -107,9 +107,10 @@ class Trip {
         for (const char* name : {"AudioChannelCount", "VideoChannelCount"}) set_number(writer, name, 1);
         set_number(writer, "MinVideoBuffers", 8);  // those in the queue, too
         if (MmSetResource(source, "Path", input.c_str()) != 0) give_up(resource<char>(source, "Error"));
-        kel_channel *sound = input_of(writer, MM_MEDIA_AUDIO), *picture = input_of(writer, MM_MEDIA_VIDEO);
-        connect(from, output_of(source, MM_MEDIA_AUDIO), sound);
-        connect(from, output_of(source, MM_MEDIA_VIDEO), picture);
+        kel_channel *audio_input = input_of(writer, MM_MEDIA_AUDIO),
+                    *video_input = input_of(writer, MM_MEDIA_VIDEO);
+        connect(from, output_of(source, MM_MEDIA_AUDIO), audio_input);
+        connect(from, output_of(source, MM_MEDIA_VIDEO), video_input);
 
         mm_graph* into = MmCreateGraph();
         kel_filter* reader = kel_create_reader_filter(into);
@@ -134,8 +135,8 @@ class Trip {
         for (mm_graph* graph : {from, into}) MmStart(graph), MmResume(graph);
         own_ = 0;
         const double start = now(), processor = process_seconds();
-        std::thread audio([&] { counted([&] { mix(sound, audio_queue); }); });
-        std::thread video([&] { counted([&] { pass(picture, video_queue); }); });
+        std::thread audio([&] { counted([&] { mix(audio_input, audio_queue); }); });
+        std::thread video([&] { counted([&] { pass(video_input, video_queue); }); });
         counted([&] {
             int status;
             while ((status = MmProcess(into)) == MM_STATUS_PLAYING) continue;
@@ -222,7 +223,8 @@ double median(std::vector<double> values) {
 }
 
 void compare(const Row& row, kel_context* context, const std::filesystem::path& folder, double seconds) {
-    const std::string input = folder / "in.mp4", road = folder / "road.mp4", other = folder / "ffmpeg.mp4";
+    const std::string input = folder / "in.mp4", kel_output = folder / "kel.mp4",
+                      ffmpeg_output = folder / "ffmpeg.mp4";
     const std::string length = ":d=" + std::to_string(seconds_of_video);
     run_program(ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=1280x720:rate=25" + length, "-f", "lavfi", "-i",
                         "sine=sample_rate=48000" + length},
@@ -232,8 +234,8 @@ void compare(const Row& row, kel_context* context, const std::filesystem::path& 
     for (int round = 0; round < least_rounds || now() < end; ++round) {
         Cost costs[2];
         for (int i : {round % 2, 1 - round % 2})
-            costs[i] =
-                i == 0 ? Trip(context).run(row, input, road) : run_program(ffmpeg({"-i", input}, row, other));
+            costs[i] = i == 0 ? Pipeline(context).run(row, input, kel_output)
+                              : run_program(ffmpeg({"-i", input}, row, ffmpeg_output));
         for (int i = 0; i < 2; ++i) {
             fps[i].push_back(frames / costs[i].wall);
             processor[i].push_back(1e3 * costs[i].processor / frames);
@@ -243,16 +245,17 @@ void compare(const Row& row, kel_context* context, const std::filesystem::path& 
         processor_ratio.push_back(costs[0].processor / costs[1].processor);
     }
     std::printf(
-        "### %s\n\n| candidate | frames a second | processor, ms a frame | bytes |\n|---|---:|---:|---:|\n",
+        "### %s\n\n| candidate | frames per second | processor, ms per frame | bytes "
+        "|\n|---|---:|---:|---:|\n",
         row.title);
-    const char* names[] = {"**the road**", "ffmpeg"};
+    const char* names[] = {"**libkel**", "ffmpeg"};
     for (int i = 0; i < 2; ++i)
         std::printf("| %s | %.0f | %.2f | %ju |\n", names[i], median(fps[i]), median(processor[i]),
-                    static_cast<uintmax_t>(std::filesystem::file_size(i == 0 ? road : other)));
+                    static_cast<uintmax_t>(std::filesystem::file_size(i == 0 ? kel_output : ffmpeg_output)));
     std::printf(
-        "\nOf ffmpeg's: %.2f of the frames a second, %.2f of the processor time. Outside of the codecs: %.1f "
+        "\nOf ffmpeg's: %.2f of the frames per second, %.2f of the processor time. Outside the codecs: %.1f "
         "%% "
-        "of the road's.\nMedians of %zu rounds.\n\n",
+        "of libkel's.\nMedians of %zu rounds.\n\n",
         median(ratio), median(processor_ratio), 100 * median(share), share.size());
     std::fflush(stdout);
 }
@@ -261,7 +264,7 @@ void compare(const Row& row, kel_context* context, const std::filesystem::path& 
 
 int main(int argc, char** argv) {
     const Options options = parse_options(argc, argv);
-    const auto folder = std::filesystem::temp_directory_path() / ("kel_road_" + std::to_string(getpid()));
+    const auto folder = std::filesystem::temp_directory_path() / ("kel_pipeline_" + std::to_string(getpid()));
     std::filesystem::create_directories(folder);
     kel_init();
     kel_context* context = kel_create_context();

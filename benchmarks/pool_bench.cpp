@@ -1,4 +1,4 @@
-// Taking a buffer from a pool and giving it back, beside other libraries' pools.
+// Acquiring a buffer from a pool and releasing it, beside other libraries' pools.
 #include <gst/gst.h>
 #include <kel.h>
 extern "C" {
@@ -74,7 +74,7 @@ class GstreamerPool {
     GstBufferPool* pool_;
 };
 
-// The least that a pool can be: no count of holders, no order.
+// The minimum a pool can be: no reference count, no order.
 class PlainPool {
   public:
     using Buffer = char*;

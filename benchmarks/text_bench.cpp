@@ -26,7 +26,7 @@ constexpr int32_t frame_height = 200;
 constexpr int dots_per_inch = 160;
 constexpr kel_point at = {20, 120};
 
-// FreeType as a client would call it without more thought: the same kerning, pens and pixels as the library's.
+// FreeType called in the obvious way, with the library's kerning, pen positions and pixels.
 class FreeTypeLoop {
   public:
     FreeTypeLoop() {

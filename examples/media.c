@@ -27,25 +27,25 @@ static int failed(mm_graph* graph, const char* path, const char* why) {
     return 0;
 }
 
-int open_sound_input(sound_input* input, kel_context* context, const char* path) {
+int open_audio_input(audio_input* input, kel_context* context, const char* path) {
     mm_graph* graph = MmCreateGraph();
     kel_filter* source = graph ? MmCreateFilter(graph, MmFileSource()) : NULL;
     kel_filter* writer = graph ? kel_create_writer_filter(graph) : NULL;
-    if (!source || !writer) return failed(graph, path, "no graph can be made");
+    if (!source || !writer) return failed(graph, path, "cannot create a media graph");
     MmSetResource(writer, "KelContext", context);
     set_number(writer, "AudioChannelCount", 1);
     if (MmSetResource(source, "Path", path) != 0)
         return failed(graph, "", *(char**)MmFindResource(source, "Error")->value);
-    kel_channel* sound = output_of(source, MM_MEDIA_AUDIO);
-    if (!sound) return failed(graph, path, "there is no sound in it");
-    if (MmConnect(graph, sound, input_of(writer, MM_MEDIA_AUDIO)) != 0)
-        return failed(graph, path, "its sound cannot be read");
+    kel_channel* audio = output_of(source, MM_MEDIA_AUDIO);
+    if (!audio) return failed(graph, path, "no audio stream");
+    if (MmConnect(graph, audio, input_of(writer, MM_MEDIA_AUDIO)) != 0)
+        return failed(graph, path, "cannot connect its audio stream");
     MmStart(graph);
     MmResume(graph);
     kel_channel* channel = kel_writer_get_audio_channel(writer, 0);
     const kel_channel_format* format = kel_writer_get_format(channel);
     *input =
-        (sound_input){graph, channel, {format->audio.rate, format->audio.channels, KEL_AUDIO_TYPE_S16LE}};
+        (audio_input){graph, channel, {format->audio.rate, format->audio.channels, KEL_AUDIO_TYPE_S16LE}};
     return 1;
 }
 
@@ -66,13 +66,13 @@ static kel_filter* make_output(media_output* output, kel_context* context, const
     output->sink = output->graph ? MmCreateFilter(output->graph, MmFileSink()) : NULL;
     kel_filter* reader = output->sink ? kel_create_reader_filter(output->graph) : NULL;
     if (!reader)
-        failed(output->graph, path, "no graph can be made");
+        failed(output->graph, path, "cannot create a media graph");
     else
         MmSetResource(reader, "KelContext", context);
     return reader;
 }
 
-int open_sound_output(media_output* output, kel_context* context, const char* path,
+int open_audio_output(media_output* output, kel_context* context, const char* path,
                       const kel_audio_format* format) {
     kel_filter* reader = make_output(output, context, path);
     if (!reader) return 0;
@@ -96,13 +96,13 @@ int close_output(media_output* output) {
     return 1;
 }
 
-int save_picture(kel_context* context, kel_buffer* frame, const char* path) {
+int save_image(kel_context* context, kel_buffer* frame, const char* path) {
     const kel_video_format* format = &kel_get_buffer_format(frame)->video;
     media_output output;
     kel_slice slice = kel_slice_for_buffer(frame);
     kel_filter* reader = make_output(&output, context, path);
     if (!reader) return 0;
-    set_number(reader, "VideoWidth", format->width & ~1); /* pairs of pixels share their colour */
+    set_number(reader, "VideoWidth", format->width & ~1); /* pairs of pixels share their color */
     set_number(reader, "VideoHeight", format->height & ~1);
     MmSetResource(reader, "VideoFormat", "NV12");
     if (!connect_output(&output, reader, path, MM_MEDIA_VIDEO)) return 0;

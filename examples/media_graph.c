@@ -7,7 +7,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 
-/* Of a queued slice, once the reader has copied it. */
+/* Destroys a queued slice that the reader has copied. */
 static void drop(void* data) {
     kel_slice* slice = data;
     kel_release_buffer(slice->buffer);
@@ -20,7 +20,7 @@ typedef struct encoder {
     kel_queue* queue;
 } encoder;
 
-/* A thread: lets the sink take one slice after another. Returns null, or in words why it failed. */
+/* A thread: feeds the sink slice by slice. Returns null, or the error text. */
 static void* encode(void* argument) {
     encoder* e = argument;
     int status;
@@ -31,7 +31,7 @@ static void* encode(void* argument) {
     return *(char**)MmFindResource(e->sink, "Error")->value;
 }
 
-/* Filters every slice in place and hands it on; returns the frames that went through. */
+/* Filters every slice in place and queues it for the encoder; returns the number of frames. */
 static int64_t filter_all(kel_channel* channel, const kel_audio_format* format, kel_queue* queue,
                           float hertz) {
     enum { most = 8192 };
@@ -75,10 +75,10 @@ static const char* run(kel_context* context, mm_graph* graphs[2], const char* fr
     set_number(writer, "MinAudioBuffers", 4); /* one being filtered, some on their way */
     set_number(source, "AudioBitDepth", 32);  /* S24.8LE, which filters take */
     if (MmSetResource(source, "Path", from) != 0) return *(char**)MmFindResource(source, "Error")->value;
-    kel_channel* sound = output_of(source, MM_MEDIA_AUDIO);
-    if (!sound) return "there is no sound in the input";
-    if (MmConnect(graphs[0], sound, input_of(writer, MM_MEDIA_AUDIO)) != 0)
-        return "the input's sound cannot be read";
+    kel_channel* audio = output_of(source, MM_MEDIA_AUDIO);
+    if (!audio) return "no audio stream in the input";
+    if (MmConnect(graphs[0], audio, input_of(writer, MM_MEDIA_AUDIO)) != 0)
+        return "cannot connect the input's audio stream";
     kel_channel* channel = kel_writer_get_audio_channel(writer, 0);
     const kel_channel_format* decoded = kel_writer_get_format(channel);
     const kel_audio_format format = {decoded->audio.rate, decoded->audio.channels, KEL_AUDIO_TYPE_S24_8LE};
@@ -88,7 +88,7 @@ static const char* run(kel_context* context, mm_graph* graphs[2], const char* fr
     set_number(reader, "AudioBitDepth", 32);
     MmSetResource(sink, "Path", into);
     if (MmConnect(graphs[1], output_of(reader, MM_MEDIA_AUDIO), input_of(sink, MM_MEDIA_AUDIO)) != 0)
-        return "the sound cannot be written";
+        return "cannot write the audio";
     for (int i = 0; i < 2; ++i) {
         MmStart(graphs[i]);
         MmResume(graphs[i]);
@@ -97,10 +97,10 @@ static const char* run(kel_context* context, mm_graph* graphs[2], const char* fr
     kel_queue_set_node_destructor(e.queue, drop);
     pthread_t thread;
     void* error;
-    if (pthread_create(&thread, NULL, encode, &e) != 0) return "no thread can be made";
+    if (pthread_create(&thread, NULL, encode, &e) != 0) return "cannot create a thread";
     const int64_t frames = filter_all(channel, &format, e.queue, hertz);
     pthread_join(thread, &error);
-    if (!error) printf("%.2f s of sound below %.0f Hz\n", (double)frames / format.rate, (double)hertz);
+    if (!error) printf("%.2f s of audio below %.0f Hz\n", (double)frames / format.rate, (double)hertz);
     return error;
 }
 

@@ -1,6 +1,6 @@
 /*
- * Mixes the sound of two files or more into one WAV file: a track of the mixer for each, at 48 kHz in stereo.
- * All begin together and the longest decides the length. Each is turned down by their number, so nothing clips.
+ * Mixes the audio of two or more files into one WAV file, 48 kHz stereo, with one mixer track for each input.
+ * All inputs start together and the longest one sets the length. The gain is 1 / inputs, so nothing clips.
  */
 #include "media.h"
 
@@ -10,9 +10,9 @@
 enum { most_inputs = 16, block_frames = 1024 };
 
 typedef struct voice {
-    sound_input input;
+    audio_input input;
     kel_audio_mixer_track* track;
-    kel_slice slice; /* what was read last */
+    kel_slice slice; /* the last one read */
     int32_t taken;   /* frames of it that the track has */
     int ended;
 } voice;
@@ -53,7 +53,7 @@ static int mix(voice* voices, int count, kel_audio_mixer* mixer, media_output* o
     for (int playing = count; playing > 0;) {
         playing = 0;
         for (int i = 0; i < count; ++i) {
-            if (!fill(&voices[i])) return fprintf(stderr, "input %d cannot be mixed\n", i + 1), 0;
+            if (!fill(&voices[i])) return fprintf(stderr, "input %d: cannot mix this format\n", i + 1), 0;
             playing += !voices[i].ended;
         }
         const int64_t written = write_mix(mixer, output);
@@ -81,11 +81,11 @@ int main(int argc, char** argv) {
 
     int opened = 0, ok = mixer != NULL;
     for (; ok && opened < count; opened += ok) {
-        ok = open_sound_input(&voices[opened].input, context, argv[1 + opened]);
+        ok = open_audio_input(&voices[opened].input, context, argv[1 + opened]);
         if (ok) voices[opened].track = kel_acquire_audio_mixer_track(mixer);
     }
     media_output output;
-    if (ok && (ok = open_sound_output(&output, context, argv[argc - 1], &format))) {
+    if (ok && (ok = open_audio_output(&output, context, argv[argc - 1], &format))) {
         ok = mix(voices, count, mixer, &output);
         ok = close_output(&output) && ok;
     }

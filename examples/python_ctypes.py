@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""libkel from Python, by ctypes alone: resamples a recording through a converter.
+"""libkel from Python with ctypes alone: resamples a recording with an audio converter.
 
 usage: python_ctypes.py INPUT.wav OUTPUT.wav [RATE]     (16-bit WAV, mono or stereo)
 
-Nothing of the interface needs a C compiler: handles are pointers, records are plain fields.
-KEL_LIBRARY names the library when it is not where the loader looks.
+No C compiler is needed: handles are pointers, records are plain fields. KEL_LIBRARY names the library
+when the dynamic loader cannot find it by itself.
 """
 import ctypes
 import os
@@ -39,26 +39,26 @@ def load():
     return kel
 
 
-def resample(kel, sound, start, target):
-    """The sound (bytes) of format `start` in format `target`, block by block."""
+def resample(kel, samples, start, target):
+    """Converts samples (bytes) from format `start` to format `target`, block by block."""
     converter = c_void_p(kel.kel_create_audio_converter(byref(start), byref(target)))
     if not converter:
         raise OSError(ctypes.get_errno(), f"no conversion from {start.rate} to {target.rate} Hz")
-    room = ctypes.create_string_buffer(4096)
-    source = ctypes.create_string_buffer(sound, len(sound))
+    output = ctypes.create_string_buffer(4096)
+    source = ctypes.create_string_buffer(samples, len(samples))
     at, result = 0, []
     try:
-        while at < len(sound):
+        while at < len(samples):
             block = Conversion()
-            kel.kel_init_audio_conversion(byref(block), ctypes.addressof(source) + at, len(sound) - at,
-                                          room, len(room))
+            kel.kel_init_audio_conversion(byref(block), ctypes.addressof(source) + at, len(samples) - at,
+                                          output, len(output))
             error = kel.kel_convert_audio(converter, byref(block))
             if error:
                 raise OSError(error, os.strerror(error))
             if not block.consumed_bytes and not block.produced_bytes:
                 break  # less than a frame is left
             at += block.consumed_bytes
-            result.append(room.raw[:block.produced_bytes])
+            result.append(output.raw[:block.produced_bytes])
     finally:
         kel.kel_destroy_audio_converter(byref(converter))
     return b"".join(result)
@@ -74,16 +74,16 @@ def main(arguments):
             if file.getsampwidth() != 2:
                 raise wave.Error("not 16-bit")
             start = AudioFormat(file.getframerate(), file.getnchannels(), S16LE)
-            sound = file.readframes(file.getnframes())
+            samples = file.readframes(file.getnframes())
         target = AudioFormat(target_rate, start.channels, S16LE)
-        sound = resample(load(), sound, start, target)
+        samples = resample(load(), samples, start, target)
         with wave.open(arguments[2], "wb") as file:
             file.setparams((target.channels, 2, target.rate, 0, "NONE", ""))
-            file.writeframes(sound)
+            file.writeframes(samples)
     except (OSError, EOFError, wave.Error) as error:
-        print(f"{arguments[1]}: {error or 'it ends too early'}", file=sys.stderr)
+        print(f"{arguments[1]}: {error or 'the file is truncated'}", file=sys.stderr)
         return 1
-    print(f"{start.rate} Hz to {target.rate} Hz: {len(sound) // (2 * target.channels)} frames")
+    print(f"{start.rate} Hz to {target.rate} Hz: {len(samples) // (2 * target.channels)} frames")
     return 0
 
 

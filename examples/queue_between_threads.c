@@ -1,7 +1,6 @@
 /*
- * Two threads and two queues: a producer takes buffers from a pool, fills them and sends them through one
- * queue; a consumer reads them and gives them back. The pool of pixmaps goes the same way as the pool of
- * audio buffers.
+ * A producer thread acquires buffers from a pool, fills them and sends them through a queue; a consumer thread
+ * checks them and releases them back to the pool. First with audio buffers, then with video frames.
  */
 #include <kel.h>
 
@@ -11,65 +10,64 @@
 
 enum { buffer_count = 3, rounds = 8, queue_limit = 2, timeout_ms = 5000 };
 
-typedef struct road {
+typedef struct transfer {
     const char* name;
     kel_buffer_pool* pool;
     kel_queue* queue;
     int produced;
     int consumed;
     int damaged;
-} road;
+} transfer;
 
-/* Waits for a free buffer, writes the round's number into every byte and sends it on. */
+/* Waits for a free buffer, writes the round's number into every byte and queues it. */
 static void* produce(void* argument) {
-    road* r = argument;
+    transfer* t = argument;
     for (int round = 0; round < rounds; ++round) {
-        kel_buffer* buffer = kel_acquire_buffer_wait(r->pool, timeout_ms);
+        kel_buffer* buffer = kel_acquire_buffer_wait(t->pool, timeout_ms);
         if (!buffer) break;
         memset(buffer->ptr, round, buffer->size);
-        if (!kel_queue_enqueue_with_timeout(r->queue, buffer, timeout_ms)) {
+        if (!kel_queue_enqueue_with_timeout(t->queue, buffer, timeout_ms)) {
             kel_release_buffer(buffer);
             break;
         }
-        ++r->produced;
+        ++t->produced;
     }
-    kel_queue_close(r->queue); /* what is inside can still be taken; then the consumer sees the end */
+    kel_queue_close(t->queue); /* queued buffers can still be taken; then the consumer's dequeue fails */
     return NULL;
 }
 
-/* Takes buffers in the order in which they were sent, checks them and gives them back to the pool. */
+/* Takes buffers in the order they were sent, checks them and releases them. */
 static void* consume(void* argument) {
-    road* r = argument;
+    transfer* t = argument;
     void* item;
-    while (kel_queue_dequeue_with_timeout(r->queue, &item, timeout_ms)) {
+    while (kel_queue_dequeue_with_timeout(t->queue, &item, timeout_ms)) {
         kel_buffer* buffer = item;
         const unsigned char* bytes = buffer->ptr;
-        int intact = bytes[0] == r->consumed && bytes[buffer->size - 1] == r->consumed;
-        printf("  %s %d came in buffer %td of %" PRId32 ", %" PRIu32 " bytes, %s\n", r->name, r->consumed,
-               buffer - r->pool->buffers, r->pool->count, buffer->size, intact ? "intact" : "damaged");
-        r->damaged += !intact;
-        ++r->consumed;
+        int intact = bytes[0] == t->consumed && bytes[buffer->size - 1] == t->consumed;
+        printf("  %s %d arrived in buffer %td of %" PRId32 ", %" PRIu32 " bytes, %s\n", t->name, t->consumed,
+               buffer - t->pool->buffers, t->pool->count, buffer->size, intact ? "intact" : "damaged");
+        t->damaged += !intact;
+        ++t->consumed;
         kel_release_buffer(buffer);
     }
     return NULL;
 }
 
-/* Sends `rounds` buffers of the pool, which it destroys, from one thread to another. Returns 1 when all came.
- */
-static int travel(const char* name, kel_buffer_pool* pool) {
-    road r = {.name = name, .pool = pool, .queue = kel_queue_create_with_limit(queue_limit)};
+/* Sends `rounds` buffers from one thread to another, then destroys the pool. Returns 1 when all arrived intact. */
+static int transfer_all(const char* name, kel_buffer_pool* pool) {
+    transfer t = {.name = name, .pool = pool, .queue = kel_queue_create_with_limit(queue_limit)};
     pthread_t producer, consumer;
-    int ok = r.pool && r.queue && pthread_create(&producer, NULL, produce, &r) == 0;
+    int ok = t.pool && t.queue && pthread_create(&producer, NULL, produce, &t) == 0;
     if (ok) {
-        ok = pthread_create(&consumer, NULL, consume, &r) == 0;
-        if (!ok) kel_queue_close(r.queue);
+        ok = pthread_create(&consumer, NULL, consume, &t) == 0;
+        if (!ok) kel_queue_close(t.queue);
         pthread_join(producer, NULL);
         if (ok) pthread_join(consumer, NULL);
-        printf("%s: %d sent, %d received, %" PRId32 " still out\n\n", name, r.produced, r.consumed,
+        printf("%s: %d sent, %d received, %" PRId32 " still in use\n\n", name, t.produced, t.consumed,
                pool->in_use);
-        ok = ok && r.consumed == rounds && r.damaged == 0 && pool->in_use == 0;
+        ok = ok && t.consumed == rounds && t.damaged == 0 && pool->in_use == 0;
     }
-    if (r.queue) kel_queue_destroy(r.queue);
+    if (t.queue) kel_queue_destroy(t.queue);
     if (pool) kel_destroy_buffer_pool(&pool);
     return ok;
 }
@@ -85,10 +83,10 @@ int main(void) {
     int ok = context != NULL;
     if (ok) {
         printf("A pool of %d audio buffers of 1024 frames at %" PRId32 " Hz:\n", buffer_count, audio.rate);
-        ok = travel("block", kel_create_audio_buffer_pool(context, &audio, 1024, buffer_count));
+        ok = transfer_all("block", kel_create_audio_buffer_pool(context, &audio, 1024, buffer_count));
         printf("A pool of %d pixmaps of %" PRId32 " x %" PRId32 " pixels:\n", buffer_count, video.width,
                video.height);
-        ok = travel("frame", kel_create_pixmap_buffer_pool(context, &video, buffer_count)) && ok;
+        ok = transfer_all("frame", kel_create_pixmap_buffer_pool(context, &video, buffer_count)) && ok;
         kel_destroy_context(&context);
     }
     kel_fini();

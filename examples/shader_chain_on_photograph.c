@@ -1,6 +1,6 @@
 /*
  * Draws a photograph through a chain of video filters into a picture. Filters are named by their file on the
- * shelf, with values for their parameters: vignette amount=0.7 radius=0.3. No window system is needed.
+ * library, with values for their parameters: vignette amount=0.7 radius=0.3. No window system is needed.
  */
 #include "media.h"
 
@@ -8,13 +8,13 @@
 #include <stdlib.h>
 #include <string.h>
 
-static const char usage[] = "usage: %s SHELF PHOTOGRAPH OUTPUT.png FILTER [PARAMETER=VALUE]...\n";
+static const char usage[] = "usage: %s LIBRARY PHOTOGRAPH OUTPUT.png FILTER [PARAMETER=VALUE]...\n";
 static const float corners[] = {-1, -1, 1, -1, -1, 1, 1, 1};
 
-/* A file of the shelf as text, of less than 4096 bytes. */
-static const char* read_shelf(const char* shelf, const char* name, char* text) {
+/* Reads a text file of less than 4096 bytes. */
+static const char* read_library(const char* library, const char* name, char* text) {
     char path[512];
-    snprintf(path, sizeof path, "%s/%s", shelf, name);
+    snprintf(path, sizeof path, "%s/%s", library, name);
     FILE* file = fopen(path, "r");
     text[file ? fread(text, 1, 4095, file) : 0] = '\0';
     if (file) fclose(file);
@@ -22,22 +22,23 @@ static const char* read_shelf(const char* shelf, const char* name, char* text) {
 }
 
 /* Adds filters as the words name them; a word with '=' sets all components of a parameter. Returns 1, or 0. */
-static int add_filters(kel_video_filter_chain* chain, const char* shelf, char** words, int count) {
+static int add_filters(kel_video_filter_chain* chain, const char* library, char** words, int count) {
     kel_video_filter_instance* instance = NULL;
     for (int i = 0; i < count; ++i) {
         char* value = strchr(words[i], '=');
         if (!value) {
             char path[512];
-            snprintf(path, sizeof path, "%s/filters/%s.glsl", shelf, words[i]);
+            snprintf(path, sizeof path, "%s/filters/%s.glsl", library, words[i]);
             kel_video_filter* filter = kel_load_video_filter_shader_from_file(path);
-            if (!filter) return fprintf(stderr, "%s: no filter there\n", path), 0;
+            if (!filter) return fprintf(stderr, "%s: cannot load this filter\n", path), 0;
             instance = kel_add_video_filter_to_chain(chain, filter);
             continue;
         }
         *value = '\0';
         const kel_video_filter* filter = kel_get_video_filter_from_instance(instance);
         const int index = kel_get_video_filter_param_index(filter, words[i]);
-        if (!filter || index < 0) return fprintf(stderr, "no filter takes the parameter %s\n", words[i]), 0;
+        if (!filter || index < 0)
+            return fprintf(stderr, "%s: the filter has no such parameter\n", words[i]), 0;
         const int components = kel_get_video_filter_param(filter, index)->count;
         for (int c = 0; c < components; ++c)
             kel_set_video_filter_param_value(instance, index, c, strtod(value + 1, NULL));
@@ -45,16 +46,17 @@ static int add_filters(kel_video_filter_chain* chain, const char* shelf, char** 
     return 1;
 }
 
-/* Makes the chain's program and takes it into use. Returns 1, or 0. */
-static int use_chain(kel_context* context, kel_video_filter_chain* chain, const char* shelf, char** words,
+/* Links the chain's program and makes it current. Returns 1, or 0. */
+static int use_chain(kel_context* context, kel_video_filter_chain* chain, const char* library, char** words,
                      int count) {
     char preamble[4096], main_preamble[4096], path[512];
-    kel_set_video_filter_chain_preamble(chain, read_shelf(shelf, "preamble.glsl", preamble));
-    kel_set_video_filter_chain_main_preamble(chain, read_shelf(shelf, "main_preamble.glsl", main_preamble));
-    if (!add_filters(chain, shelf, words, count)) return 0;
+    kel_set_video_filter_chain_preamble(chain, read_library(library, "preamble.glsl", preamble));
+    kel_set_video_filter_chain_main_preamble(chain,
+                                             read_library(library, "main_preamble.glsl", main_preamble));
+    if (!add_filters(chain, library, words, count)) return 0;
     const GLuint program = kel_get_video_filter_chain_program_index(chain);
     GLint compiled = GL_FALSE, linked = GL_FALSE;
-    snprintf(path, sizeof path, "%s/vertex.glsl", shelf);
+    snprintf(path, sizeof path, "%s/vertex.glsl", library);
     const GLuint shader = kel_gles_create_shader_from_file(context, GL_VERTEX_SHADER, path, &compiled);
     if (kel_finalize_video_filter_chain(chain) == 0 && compiled) {
         glAttachShader(program, shader);
@@ -63,7 +65,10 @@ static int use_chain(kel_context* context, kel_video_filter_chain* chain, const 
         glGetProgramiv(program, GL_LINK_STATUS, &linked);
     }
     glDeleteShader(shader);
-    if (!linked) return fprintf(stderr, "the filters do not compile; is %s the shelf?\n", shelf), 0;
+    if (!linked)
+        return fprintf(stderr, "%s: the filter chain does not compile (is this the filter library?)\n",
+                       library),
+               0;
     glUseProgram(program);
     return 1;
 }
@@ -83,21 +88,21 @@ static void draw(kel_video_filter_chain* chain, const kel_buffer* source) {
     glFinish(); /* now the pixels are in the target's memory */
 }
 
-static int run(kel_context* context, const char* shelf, char** words, int count) {
+static int run(kel_context* context, const char* library, char** words, int count) {
     const char *photograph = words[0], *output = words[1];
     img_lib_t images;
     img_lib_attach(&images);
     kel_buffer* source = kel_load_image_file(context, images, photograph, SCREEN_USAGE_OPENGL_ES2);
     img_lib_detach(images);
-    if (!source) return fprintf(stderr, "%s: no picture that can be read\n", photograph), 0;
+    if (!source) return fprintf(stderr, "%s: cannot read this image\n", photograph), 0;
     kel_buffer* target = kel_create_pixmap_buffer(context, &kel_get_buffer_format(source)->video);
     const EGLSurface surface = kel_gles_create_pixmap_surface(context, target);
     const kel_slice slice = kel_slice_for_buffer(source);
     kel_texture* texture = kel_gles_texture_from_slice(&slice);
     kel_video_filter_chain* chain = texture ? kel_create_video_filter_chain(context) : NULL;
-    int ok = chain && use_chain(context, chain, shelf, words + 2, count - 2);
+    int ok = chain && use_chain(context, chain, library, words + 2, count - 2);
     if (ok) draw(chain, source);
-    ok = ok && save_picture(context, target, output);
+    ok = ok && save_image(context, target, output);
     kel_destroy_video_filter_chain(&chain);
     kel_gles_destroy_texture(&texture);
     eglDestroySurface(kel_gles_get_egl_display(context), surface);

@@ -1,6 +1,6 @@
 /*
  * Writes a line of text on a photograph, with a soft shadow behind it. Text overwrites the pixels that it
- * covers, so it is drawn into a buffer of its own, which a blit blends with the picture.
+ * covers, so it is drawn into a buffer of its own, which a blit then blends with the photograph.
  */
 #include "media.h"
 
@@ -19,7 +19,7 @@ static int blend_text(kel_buffer* frame, const char* text, kel_rect box, const c
     if (!layer) return 0;
     const kel_slice from = kel_slice_for_buffer(layer), to = kel_slice_for_buffer(frame);
     const kel_rect whole = {0, 0, box.width, box.height};
-    kel_fill_video(&from, color & 0xffffff, NULL); /* transparent, of the text's colour */
+    kel_fill_video(&from, color & 0xffffff, NULL); /* transparent, in the text's color */
     screen_flush_blits(context->screen_context, SCREEN_WAIT_IDLE);
     const int glyphs = kel_text_draw_in_bb(&from, text, &whole, &style, NULL);
     kel_blit_video(&from, &to, NULL, &box, 255, SCREEN_QUALITY_NORMAL, SCREEN_TRANSPARENCY_SOURCE_OVER);
@@ -34,7 +34,7 @@ static int annotate(kel_context* context, const char* path, const char* output, 
     if (img_lib_attach(&images) != IMG_ERR_OK) return 0;
     kel_buffer* frame = kel_load_image_file(context, images, path, SCREEN_USAGE_READ | SCREEN_USAGE_WRITE);
     img_lib_detach(images);
-    if (!frame) return fprintf(stderr, "%s: no picture that can be read\n", path), 0;
+    if (!frame) return fprintf(stderr, "%s: cannot read this image\n", path), 0;
 
     const kel_video_format size = kel_get_buffer_format(frame)->video;
     const int32_t margin = size.width / 20, shadow = 1 + size.width / 400;
@@ -42,8 +42,8 @@ static int annotate(kel_context* context, const char* path, const char* output, 
     const kel_rect below = {box.x + shadow, box.y + shadow, box.width, box.height};
     int ok =
         blend_text(frame, text, below, font, 0xa0000000) && blend_text(frame, text, box, font, 0xfffff4e0);
-    if (!ok) fprintf(stderr, "nothing of the text could be drawn with %s\n", font);
-    ok = ok && save_picture(context, frame, output);
+    if (!ok) fprintf(stderr, "%s: cannot draw the text with this font\n", font);
+    ok = ok && save_image(context, frame, output);
     if (ok) printf("%s: %d x %d pixels\n", output, (int)size.width & ~1, (int)size.height & ~1);
     kel_release_buffer(frame);
     return ok;

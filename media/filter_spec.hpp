@@ -1,5 +1,5 @@
 // How a filter is written on the command line: NAME or NAME=PARAMETER:VALUE,PARAMETER:VALUE. A value of several
-// components has slashes between them: colour:1/0.5/0.
+// components has slashes between them: color:1/0.5/0.
 #pragma once
 
 #include <string>

@@ -7,4 +7,4 @@ uniform sampler2D kel_frame;
 uniform vec2 kel_pixel;
 varying vec2 kel_position;
 vec2 kel_at;
-float kel_luma(vec3 colour) { return dot(colour, vec3(0.299, 0.587, 0.114)); }
+float kel_luma(vec3 color) { return dot(color, vec3(0.299, 0.587, 0.114)); }

@@ -126,10 +126,10 @@ TEST_F(FilterShelf, EveryFilterAloneAndThreeInARow) {
     std::vector<Row> rows = {
         {"none", {}, {}},
         {"chroma_key", {"chroma_key"}, {{0, "key", {0.2f, 0.9f, 0.2f}}, {0, "softness", {0.3f}}}},
-        {"chain_pixelate_greyscale_vignette", {"pixelate", "greyscale", "vignette"}, {{1, "amount", {0.7f}}}},
+        {"chain_pixelate_grayscale_vignette", {"pixelate", "grayscale", "vignette"}, {{1, "amount", {0.7f}}}},
         {"chain_tint_tint_fade",
          {"tint", "tint", "fade"},
-         {{0, "colour", {1, 0.5f, 0.5f}}, {1, "colour", {0.5f, 1, 1}}, {2, "colour", {0, 0, 1}}}},
+         {{0, "color", {1, 0.5f, 0.5f}}, {1, "color", {0.5f, 1, 1}}, {2, "color", {0, 0, 1}}}},
     };
     for (const auto& entry : std::filesystem::directory_iterator(KEL_SHARE_FOLDER "filters")) {
         const std::string name = entry.path().stem();

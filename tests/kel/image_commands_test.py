@@ -154,7 +154,7 @@ class Pictures(unittest.TestCase):
                      "filter0_dry_wet", "  12  uniform mediump float filter0_dry_wet;", "redeclared", "does not compile"):
             self.assertIn(said, done.stdout)
         write_bmp("i.bmp", [[(200, 100, 40)] * 8] * 8)
-        kel("image", "i.bmp", "-o", "t.png", "--filter", "tint=colour:0.5/1/0", "--filter", "fade=amount:0.5")
+        kel("image", "i.bmp", "-o", "t.png", "--filter", "tint=color:0.5/1/0", "--filter", "fade=amount:0.5")
         for value, wanted in zip(read_png("t.png")[2][4][4], (50, 50, 0, 255)):
             self.assertAlmostEqual(value, wanted, delta=1)
 
@@ -194,7 +194,7 @@ class Pictures(unittest.TestCase):
             ("image i.bmp -o i.bmp -y", "it is an input, too", 1),
             ("image i.bmp -o o.png --fit 5", "not a size", 2),
             ("image i.bmp -o o.png --filter sepia=amount:2", "amount is at most 1", 2),
-            ("image i.bmp -o o.png --filter tint=colour:1/1/1/1", "colour has 3 values", 2),
+            ("image i.bmp -o o.png --filter tint=color:1/1/1/1", "color has 3 values", 2),
             ("frame none.mp4 -o o.png", "none.mp4: No such file", 1),
             ("frame empty -o o.png", "empty: ", 1),
             ("frame garbage -o o.png", "garbage: ", 1),

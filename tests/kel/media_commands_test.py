@@ -195,7 +195,7 @@ class MediaCommands(unittest.TestCase):
         self.assertEqual((width, height, len(planes)), (128, 48, 30))
         for x, wanted in [(5, 16), (120, 16)] + [(32 + x, 30 + 2 * x + 9) for x in (4, 30, 60)]:
             self.assertAlmostEqual(planes[9][24 * 128 + x], wanted, delta=4)
-        kel("run", "v.y4m", "-o", "dark.y4m", "--filter", "fade=amount:0.5,colour:0/0/0")
+        kel("run", "v.y4m", "-o", "dark.y4m", "--filter", "fade=amount:0.5,color:0/0/0")
         dark = read_y4m("dark.y4m")[2][9][24 * 64 + 30]
         self.assertAlmostEqual(dark - 16, (30 + 60 + 9 - 16) / 2, delta=4)
 

@@ -1,6 +1,6 @@
 /*
 Filter: blur
-Description: Softens. Reads the frame: put it first
+Description: Softens. Reads the original frame: put it first
 Parameter: float radius; default 1.5; min 0; max 8 // pixels between the 25 points that are averaged
 */
 vec4 blur_row(vec2 middle, vec2 right) {

@@ -1,6 +1,6 @@
 /*
 Filter: chroma_key
-Description: Makes one colour transparent, however bright it is
+Description: Makes one color transparent, at any brightness
 Parameter: vec3 key; default 0, 1, 0; min 0; max 1
 Parameter: float tolerance; default 0.15; min 0; max 1 // distance in chroma that is still the key
 Parameter: float softness; default 0.1; min 0.001; max 1 // further distance to full opacity

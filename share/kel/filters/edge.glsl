@@ -1,6 +1,6 @@
 /*
 Filter: edge
-Description: Draws the edges, white on black. Reads the frame: put it first
+Description: Draws the edges, white on black. Reads the original frame: put it first
 Parameter: float amount; default 1; min 0; max 1
 */
 float edge_luma(float x, float y) {

@@ -1,6 +1,6 @@
 /*
 Filter: pixelate
-Description: Large squares. Reads the frame: put it first
+Description: Large squares. Reads the original frame: put it first
 Parameter: float size; default 8; min 1; max 64 // of a square, in pixels
 */
 void pixelate(float size) {

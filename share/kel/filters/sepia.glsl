@@ -1,6 +1,6 @@
 /*
 Filter: sepia
-Description: The brown of old photographs
+Description: Brown tones, as in old photographs
 Parameter: float amount; default 1; min 0; max 1
 */
 void sepia(float amount) {

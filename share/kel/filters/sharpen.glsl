@@ -1,6 +1,6 @@
 /*
 Filter: sharpen
-Description: Adds what a blur would take away
+Description: Amplifies fine detail
 Parameter: float amount; default 1; min 0; max 4
 */
 void sharpen(float amount) {

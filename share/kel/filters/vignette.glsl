@@ -1,8 +1,8 @@
 /*
 Filter: vignette
-Description: Darkens towards the corners
-Parameter: float radius; default 0.35; min 0; max 1    // where it begins, in heights of the frame from its middle
-Parameter: float softness; default 0.5; min 0.01; max 1 // how far it takes to the full amount
+Description: Darkens toward the corners
+Parameter: float radius; default 0.35; min 0; max 1    // where it starts: distance from the center, in frame heights
+Parameter: float softness; default 0.5; min 0.01; max 1 // distance from there to the full amount
 Parameter: float amount; default 0.8; min 0; max 1
 */
 void vignette(float radius, float softness, float amount) {
